@@ -1,0 +1,30 @@
+#pragma once
+// A picture in memory: 8-bit RGBA, alpha premultiplied, rows top to bottom with
+// no gap between them (4 * width bytes per row).
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace pv {
+
+struct Image {
+    int width = 0;
+    int height = 0;
+    std::vector<uint8_t> pixels;  // width * height * 4 bytes
+
+    Image() = default;
+    Image(int w, int h) : width(w), height(h), pixels(static_cast<size_t>(w) * h * 4, 0) {}
+
+    bool isNull() const { return width <= 0 || height <= 0; }
+    size_t byteCount() const { return pixels.size(); }
+    uint8_t* row(int y) { return pixels.data() + static_cast<size_t>(y) * width * 4; }
+    const uint8_t* row(int y) const { return pixels.data() + static_cast<size_t>(y) * width * 4; }
+
+    // A picture of one colour given straight (not premultiplied).
+    static Image filled(int w, int h, uint8_t r, uint8_t g, uint8_t b, uint8_t a);
+};
+
+using ImagePtr = std::shared_ptr<const Image>;
+
+}  // namespace pv

@@ -1,0 +1,73 @@
+#pragma once
+// What the inventory and capture code need of the platform: the screens, the
+// windows and their pictures. Implemented over X11 (platform/x11) and over a
+// fixture desktop described in JSON (platform/fixture_desktop.h).
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/geometry.h"
+#include "platform/image.h"
+
+namespace pv {
+
+// One screen. The first entry of a screen list is the main screen, whose frame
+// has its origin at (0, 0).
+struct ScreenListEntry {
+    uint32_t displayId = 0;           // never 0 for a real display
+    Rect frame;                       // bottom-up global points, y growing upward
+    double backingScaleFactor = 1.0;  // pixels per point
+};
+
+// One on-screen window, as the window list reports it (frontmost first).
+struct WindowListEntry {
+    int32_t sharingState = 0;  // 0: owner forbids reading its contents; 1 read-only; 2 read-write
+    std::optional<std::string> ownerName;
+    std::optional<std::string> title;
+    uint32_t number = 0;
+    int32_t layer = 0;
+    Rect bounds;  // top-down points, origin at the main screen's top-left corner
+    int32_t ownerPID = 0;
+};
+
+// Thrown by a window server that can no longer answer at all (for instance an
+// X display that went away). Ordinary failures (one window gone) are reported
+// through empty results instead.
+struct PlatformError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+class WindowServer {
+public:
+    virtual ~WindowServer() = default;
+
+    // The computer's user-visible name.
+    virtual std::string hostName() = 0;
+    // Screens, main screen first.
+    virtual std::vector<ScreenListEntry> screenList() = 0;
+    // The display's product name; nullopt when the display reports none.
+    virtual std::optional<std::string> productName(uint32_t displayId) = 0;
+    // On-screen windows, frontmost first.
+    virtual std::vector<WindowListEntry> windowList() = 0;
+    // Ids of the displays (all of them, in list order) whose frames meet the
+    // window-server rectangle, at most maxCount; nullopt when the lookup fails.
+    virtual std::optional<std::vector<uint32_t>> displaysOfRect(const Rect& bounds, uint32_t maxCount) = 0;
+    // Picture of one window. With bounds, the window is taken by that rectangle;
+    // without, by its own bounds. framing adds the drop shadow around it.
+    // nullopt when the window cannot be captured.
+    virtual std::optional<Image> windowPicture(const std::optional<Rect>& bounds, uint32_t windowNumber,
+                                               bool framing) = 0;
+    // Picture of the whole desktop as the user sees it, in pixels.
+    virtual std::optional<Image> desktopPicture() = 0;
+};
+
+// The displays-of-a-rectangle rule for window servers that only know their
+// screen list: screens whose frames, flipped into window-server coordinates
+// with the main screen's height, meet bounds with a non-empty area.
+std::vector<uint32_t> displaysMeetingRect(const std::vector<ScreenListEntry>& screens, const Rect& bounds,
+                                          uint32_t maxCount);
+
+}  // namespace pv

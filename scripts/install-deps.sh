@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs the Debian packages Plenavue needs to build, run and test.
+# Idempotent: asks apt only for what is missing, and does nothing when all is there.
+set -euo pipefail
+
+packages=(
+  # build
+  build-essential cmake ninja-build pkg-config
+  libgtest-dev libgmock-dev libbenchmark-dev
+  qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev libqt6svg6 qt6-svg-dev
+  libxcb1-dev libxcb-composite0-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-xfixes0-dev
+  libxcb-keysyms1-dev libxcb-ewmh-dev libxcb-icccm4-dev libxcb-res0-dev libxcb-damage0-dev
+  libpng-dev nlohmann-json3-dev libcli11-dev libfmt-dev
+  # running on a private X server, and the real X clients used as sample windows
+  xvfb xauth openbox x11-apps x11-utils x11-xserver-utils xterm xdotool trayer
+  # independent readers of our files
+  python3 python3-psd-tools python3-numpy python3-pil imagemagick gimp
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q '^install ok installed$'; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+echo "Installing missing packages: ${missing[*]}" >&2
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
