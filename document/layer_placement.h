@@ -1,0 +1,22 @@
+#pragma once
+// Size and place of a window's layer in the document.
+
+#include "inventory/window_element.h"
+#include "platform/geometry.h"
+
+namespace pv {
+
+// The layer's pixel size: the shot's own size when it is at least as wide as
+// the window at scale s (a shot with its shadow is wider), otherwise the
+// window's point size times s (the shot is stretched to it).
+Size layerPixelSize(const PVWindowElement& window, float s, int shotWidth, int shotHeight);
+
+// The layer's rectangle in document pixels, top-down. outputX is the x origin
+// of the output rectangle; the document's top edge is the main screen's top
+// raised by screenTopOffset points.
+Rect layerLocation(const PVWindowElement& window, Size pixelSize, double outputX, float s, float screenTopOffset);
+
+// "Application - Window", the layer name of the ungrouped format.
+std::string ungroupedLayerName(const std::string& applicationName, const std::string& windowName);
+
+}  // namespace pv
