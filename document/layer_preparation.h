@@ -1,0 +1,35 @@
+#pragma once
+// Turning a pixel layer's bitmap into the channel data that goes into the PSD
+// file unchanged.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "document/layer_element.h"
+
+namespace pv {
+
+// Prepares one pixel layer in place: un-premultiplies its RGBA pixels, then
+// replaces imageData by four channel blocks (red, green, blue, alpha), sets
+// channelSizes to their lengths and marks the layer ready.
+//   compress set:   00 01, h big-endian 16-bit row byte counts, the h rows
+//                   PackBits-encoded;
+//   compress clear: 00 00, the channel's w * h bytes row by row.
+// w and h are location's width and height truncated. A layer that is already
+// ready is left alone. Throws std::runtime_error when the pixels do not cover
+// the rectangle or a block outgrows the format's 32-bit length, and
+// std::bad_alloc when memory runs out; the layer is then unchanged or only
+// un-premultiplied, never marked ready.
+void prepareLayer(LayerElement& layer);
+
+// Largest size of one compressed channel block of a w x h layer.
+size_t compressedBlockBound(uint64_t width, uint64_t height);
+
+// Encodes channel `channel` (0 red .. 3 alpha) of h rows of w RGBA pixels as
+// PackBits rows into `rows`, writing each row's encoded length as a 16-bit
+// big-endian count into `counts` (2 * h bytes). `rows` must hold
+// h * packBitsBound(w) bytes. Returns the bytes written to `rows`.
+size_t encodeChannelRows(uint8_t* counts, uint8_t* rows, const uint8_t* rgba, uint64_t width, uint64_t height,
+                         int channel);
+
+}  // namespace pv

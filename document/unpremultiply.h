@@ -1,0 +1,24 @@
+#pragma once
+// Turning premultiplied RGBA8 pixels back into straight colour, as the PSD
+// format stores them.
+//
+// For alpha a from 1 to 255, each colour byte c becomes c / (a / 255), both
+// divisions in single precision, limited to 0..255 and truncated toward zero.
+// The single-precision quotient makes some results one below the exact value
+// (a = 2, c = 2 gives 254; a = 9, c = 3 gives 84). Alpha 255 leaves the pixel
+// as it is; alpha 1 is divided like every other value (c = 1 gives 255).
+// Alpha 0 (fully transparent) gives colour 0: transparent black, so readers
+// that ignore alpha show black there rather than white. Alpha is never changed.
+
+#include <cstddef>
+#include <cstdint>
+
+namespace pv {
+
+// Un-premultiplies every whole 4-byte pixel of `rgba` in place.
+void unpremultiply(uint8_t* rgba, size_t byteCount);
+
+// The straight value of colour byte c under alpha a, by the rule above.
+uint8_t unpremultipliedComponent(uint8_t c, uint8_t a);
+
+}  // namespace pv
