@@ -1,0 +1,248 @@
+#include "document/psd_writer.h"
+
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+#include "document/byte_buffer.h"
+#include "document/layer_preparation.h"
+#include "document/unpremultiply.h"
+
+namespace pv {
+
+namespace {
+
+constexpr const char* kCreatorTool = "Veltrano Plenavue";
+constexpr int64_t kMaxLayerCount = 32767;  // the count is a signed 16-bit number
+
+void appendBytes(std::vector<uint8_t>& b, const std::string& s) { b.insert(b.end(), s.begin(), s.end()); }
+
+void replaceAll(std::string& text, const std::string& placeholder, const std::string& value) {
+    for (size_t at = text.find(placeholder); at != std::string::npos; at = text.find(placeholder, at + value.size()))
+        text.replace(at, placeholder.size(), value);
+}
+
+std::string xmlEscaped(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char ch : text) {
+        switch (ch) {
+            case '&': out += "&amp;"; break;
+            case '<': out += "&lt;"; break;
+            case '>': out += "&gt;"; break;
+            case '"': out += "&quot;"; break;
+            default: out += ch;
+        }
+    }
+    return out;
+}
+
+// A coordinate truncated toward zero, held inside the 32-bit field.
+int32_t edge(double v) {
+    if (std::isnan(v)) return 0;
+    if (v >= 2147483647.0) return std::numeric_limits<int32_t>::max();
+    if (v <= -2147483648.0) return std::numeric_limits<int32_t>::min();
+    return static_cast<int32_t>(v);
+}
+
+size_t namePadding(size_t n) { return (4 - (n + 1) % 4) % 4; }
+
+void appendLayerRecord(std::vector<uint8_t>& b, const LayerElement& e) {
+    const Rect& r = e.location;
+    appendValue(b, edge(r.y), 4);
+    appendValue(b, edge(r.x), 4);
+    appendValue(b, edge(r.y + r.height), 4);
+    appendValue(b, edge(r.x + r.width), 4);
+    appendValue(b, 4, 2);
+    static const int16_t channelIds[4] = {0, 1, 2, -1};
+    for (int c = 0; c < 4; ++c) {
+        appendValue(b, channelIds[c], 2);
+        appendValue(b, e.channelSizes[c], 4);
+    }
+    appendBytes(b, "8BIMnorm");
+    b.push_back(255);                                   // opacity
+    b.push_back(0);                                     // clipping: base
+    b.push_back(e.type == LayerTypePixel ? 0 : 0x18);   // markers: pixel data irrelevant
+    b.push_back(0);                                     // filler
+
+    const std::string name = psdLayerName(e.name);
+    const size_t pad = namePadding(name.size());
+    const size_t divider = e.type == LayerTypeGroupStart ? 16 : e.type == LayerTypeGroupEnd ? 24 : 0;
+    appendValue(b, static_cast<int64_t>(8 + 1 + name.size() + pad + divider), 4);
+    appendValue(b, 0, 4);  // layer mask data
+    appendValue(b, 0, 4);  // layer blending ranges
+    b.push_back(static_cast<uint8_t>(name.size()));
+    appendBytes(b, name);
+    b.insert(b.end(), pad, 0);
+    if (e.type == LayerTypeGroupStart) {
+        appendBytes(b, "8BIMlsct");
+        appendValue(b, 4, 4);
+        appendValue(b, 3, 4);  // bounding section divider
+    } else if (e.type == LayerTypeGroupEnd) {
+        appendBytes(b, "8BIMlsct");
+        appendValue(b, 12, 4);
+        appendValue(b, 2, 4);  // closed folder
+        appendBytes(b, "8BIMpass");
+    }
+}
+
+// Why an entry cannot be written, or empty.
+std::string entryProblem(const LayerElement& e) {
+    if (e.type < LayerTypePixel || e.type > LayerTypeGroupEnd)
+        return "entry \"" + e.name + "\" has the unknown type " + std::to_string(e.type);
+    if (!e.ready) return "layer \"" + e.name + "\" is not prepared";
+    uint64_t sum = 0;
+    for (int32_t s : e.channelSizes) {
+        if (s < 2) return "layer \"" + e.name + "\" has a channel block shorter than its compression code";
+        sum += static_cast<uint64_t>(s);
+    }
+    if (sum != e.imageData.size())
+        return "layer \"" + e.name + "\" holds " + std::to_string(e.imageData.size()) +
+               " bytes of channel data, its channel sizes add up to " + std::to_string(sum);
+    return {};
+}
+
+std::tm localNow() {
+    const std::time_t now = std::time(nullptr);
+    std::tm tm{};
+    localtime_r(&now, &tm);
+    return tm;
+}
+
+std::string lastPathComponent(const std::string& path) {
+    const auto slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+}  // namespace
+
+std::string asciiText(const std::string& utf8) {
+    std::string out;
+    out.reserve(utf8.size());
+    const size_t n = utf8.size();
+    for (size_t i = 0; i < n;) {
+        const auto b = static_cast<unsigned char>(utf8[i]);
+        if (b < 0x80) {
+            out += static_cast<char>(b);
+            ++i;
+            continue;
+        }
+        // One '?' per character: a lead byte takes its continuation bytes
+        // along; a stray byte stands for itself.
+        size_t len = 1;
+        if (b >= 0xC2 && b <= 0xDF) len = 2;
+        else if (b >= 0xE0 && b <= 0xEF) len = 3;
+        else if (b >= 0xF0 && b <= 0xF4) len = 4;
+        size_t used = 1;
+        while (used < len && i + used < n && (static_cast<unsigned char>(utf8[i + used]) & 0xC0) == 0x80) ++used;
+        out += '?';
+        i += used;
+    }
+    return out;
+}
+
+std::string psdLayerName(const std::string& name) {
+    std::string ascii = asciiText(name);
+    if (ascii.size() > 255) ascii.resize(255);
+    return ascii;
+}
+
+size_t layerRecordSize(const LayerElement& entry) {
+    const size_t n = psdLayerName(entry.name).size();
+    const size_t divider = entry.type == LayerTypeGroupStart ? 16 : entry.type == LayerTypeGroupEnd ? 24 : 0;
+    return 66 + 1 + n + namePadding(n) + divider;
+}
+
+std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& title, int width, int height,
+                           const std::tm& localTime) {
+    char date[64];
+    std::snprintf(date, sizeof date, "%04d-%02d-%02dT%02d:%02d:%02d", localTime.tm_year + 1900, localTime.tm_mon + 1,
+                  localTime.tm_mday, localTime.tm_hour, localTime.tm_min, localTime.tm_sec);
+    std::string text = asciiText(xmpTemplate);
+    replaceAll(text, "XMP_CREATOR", kCreatorTool);
+    replaceAll(text, "XMP_DATE", date);
+    replaceAll(text, "XMP_TITLE", xmlEscaped(asciiText(title)));
+    replaceAll(text, "XMP_WIDTH", std::to_string(width));
+    replaceAll(text, "XMP_HEIGHT", std::to_string(height));
+    if (text.size() % 2 != 0) text += ' ';
+    return text;
+}
+
+WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& merged,
+                     const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status) {
+    auto refuse = [&path](const std::string& reason) { return WriteResult{false, "cannot write " + path + ": " + reason}; };
+
+    if (!(size.width >= 1 && size.height >= 1)) return refuse("the canvas is empty");
+    if (size.width >= kMaxPSDDimension + 1 || size.height >= kMaxPSDDimension + 1)
+        return refuse("the canvas is " + std::to_string(static_cast<int64_t>(size.width)) + "x" +
+                      std::to_string(static_cast<int64_t>(size.height)) + " pixels; a PSD document is at most " +
+                      std::to_string(kMaxPSDDimension) + " pixels wide and high");
+    const auto W = static_cast<uint64_t>(size.width);
+    const auto H = static_cast<uint64_t>(size.height);
+    if (merged.size() < W * H * 4)
+        return refuse("the composite holds " + std::to_string(merged.size()) + " bytes, a " + std::to_string(W) + "x" +
+                      std::to_string(H) + " canvas needs " + std::to_string(W * H * 4));
+    if (static_cast<int64_t>(layers.size()) > kMaxLayerCount)
+        return refuse(std::to_string(layers.size()) + " layers; a PSD document holds at most " +
+                      std::to_string(kMaxLayerCount));
+
+    uint64_t T = 0;
+    for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
+        if (!*it) return refuse("an entry is missing");
+        const LayerElement& e = **it;
+        if (auto problem = entryProblem(e); !problem.empty()) return refuse(problem);
+        T += layerRecordSize(e) + e.imageData.size();
+    }
+    if (T + 10 > std::numeric_limits<uint32_t>::max())
+        return refuse("the layers need more than 4 GB, more than a PSD document holds");
+
+    // Header, resources and every layer record, gathered to be written at once.
+    std::vector<uint8_t> head;
+    appendBytes(head, "8BPS");
+    appendValue(head, 1, 2);  // version
+    head.insert(head.end(), 6, 0);
+    appendValue(head, 4, 2);  // channels
+    appendValue(head, static_cast<int64_t>(H), 4);
+    appendValue(head, static_cast<int64_t>(W), 4);
+    appendValue(head, 8, 2);  // bits per channel
+    appendValue(head, 3, 2);  // RGB
+    appendValue(head, 0, 4);  // colour mode data
+
+    const std::string xmp = buildXmpPacket(xmpTemplate, lastPathComponent(path), static_cast<int>(W),
+                                           static_cast<int>(H), localNow());
+    appendValue(head, static_cast<int64_t>(xmp.size() + 12), 4);
+    appendBytes(head, "8BIM");
+    appendValue(head, 1060, 2);  // XMP metadata
+    appendValue(head, 0, 2);     // empty name and its pad byte
+    appendValue(head, static_cast<int64_t>(xmp.size()), 4);
+    appendBytes(head, xmp);
+
+    appendValue(head, static_cast<int64_t>(T + 10), 4);
+    appendValue(head, static_cast<int64_t>(T + 2), 4);
+    // Negative: the first alpha channel is the merged result's transparency.
+    appendValue(head, -static_cast<int64_t>(layers.size()), 2);
+    for (auto it = layers.rbegin(); it != layers.rend(); ++it) appendLayerRecord(head, **it);
+
+    return writeFileAtomically(path, [&](AtomicFile& file) {
+        if (!file.write(head.data(), head.size())) return false;
+        for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
+            const LayerElement& e = **it;
+            if (status) status("Writing: " + e.name);
+            if (!file.write(e.imageData.data(), e.imageData.size())) return false;
+        }
+        static const uint8_t maskAndCode[6] = {0, 0, 0, 0, 0, 1};  // global mask length 0, PackBits
+        if (!file.write(maskAndCode, sizeof maskAndCode)) return false;
+
+        if (status) status("Writing composite...");
+        unpremultiply(merged.data(), W * H * 4);
+        // Row counts of all four channels first, then the rows, channel by channel.
+        const size_t countBytes = 2 * 4 * H;
+        std::vector<uint8_t> composite(countBytes + 4 * H * packBitsBound(W));
+        size_t pos = countBytes;
+        for (int c = 0; c < 4; ++c)
+            pos += encodeChannelRows(composite.data() + c * 2 * H, composite.data() + pos, merged.data(), W, H, c);
+        return file.write(composite.data(), pos);
+    });
+}
+
+}  // namespace pv
