@@ -6,7 +6,8 @@
 // divisions in single precision, limited to 0..255 and truncated toward zero.
 // The single-precision quotient makes some results one below the exact value
 // (a = 2, c = 2 gives 254; a = 9, c = 3 gives 84). Alpha 255 leaves the pixel
-// as it is; alpha 1 is divided like every other value (c = 1 gives 255).
+// as it is. Alpha 1 is divided like every other value (c = 1 gives 254, the
+// same single-precision shortfall).
 // Alpha 0 (fully transparent) gives colour 0: transparent black, so readers
 // that ignore alpha show black there rather than white. Alpha is never changed.
 
