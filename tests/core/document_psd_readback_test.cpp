@@ -1,0 +1,178 @@
+// Our PSD files as a reader we did not write sees them: psd-tools, through
+// tests/tools/psd_dump.py, run with the system's Python.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "document/group_markers.h"
+#include "document/layer_preparation.h"
+#include "document/psd_writer.h"
+#include "document/unpremultiply.h"
+#include "document_test_support.h"
+
+using namespace pv;
+using Bytes = std::vector<uint8_t>;
+using nlohmann::json;
+
+namespace {
+
+const char* kPython = "/usr/bin/python3";
+
+bool psdToolsAvailable() {
+    const std::string cmd = std::string(kPython) + " -c 'import psd_tools, numpy' >/dev/null 2>&1";
+    return std::system(cmd.c_str()) == 0;
+}
+
+// The dump's JSON, or a failure naming what the reader said.
+json dump(const std::string& psdPath, const std::string& errPath) {
+    const std::string cmd = std::string(kPython) + " " + PV_SOURCE_DIR + "/tests/tools/psd_dump.py '" + psdPath +
+                            "' --pixels 2>'" + errPath + "'";
+    FILE* pipe = popen(cmd.c_str(), "r");
+    if (!pipe) throw std::runtime_error("cannot run " + cmd);
+    std::string out;
+    char buf[65536];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
+    const int status = pclose(pipe);
+    if (status != 0) {
+        const Bytes err = pvtest::readFile(errPath);
+        throw std::runtime_error("psd_dump.py failed: " + std::string(err.begin(), err.end()));
+    }
+    return json::parse(out);
+}
+
+Bytes base64(const std::string& text) {
+    auto value = [](char c) -> int {
+        if (c >= 'A' && c <= 'Z') return c - 'A';
+        if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+        if (c >= '0' && c <= '9') return c - '0' + 52;
+        if (c == '+') return 62;
+        if (c == '/') return 63;
+        return -1;
+    };
+    Bytes out;
+    uint32_t acc = 0;
+    int bits = 0;
+    for (char c : text) {
+        const int v = value(c);
+        if (v < 0) continue;  // padding
+        acc = (acc << 6) | static_cast<uint32_t>(v);
+        bits += 6;
+        if (bits >= 8) {
+            bits -= 8;
+            out.push_back(static_cast<uint8_t>((acc >> bits) & 0xFF));
+        }
+    }
+    return out;
+}
+
+Bytes straight(Bytes premultiplied) {
+    unpremultiply(premultiplied.data(), premultiplied.size());
+    return premultiplied;
+}
+
+struct Source {
+    std::string name;
+    std::string group;  // empty: outside any group
+    Rect at;
+    Bytes pixels;       // premultiplied
+};
+
+// Pixels with a range of alpha values, fully transparent ones included.
+Bytes translucent(int w, int h, uint8_t seed) {
+    Bytes v;
+    for (int i = 0; i < w * h; ++i) {
+        const auto a = static_cast<uint8_t>((i * 53 + seed * 31) % 256);
+        v.insert(v.end(), {uint8_t(a * 3 / 4), uint8_t(a / 3), uint8_t(seed % (a + 1)), a});
+    }
+    return v;
+}
+
+}  // namespace
+
+TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
+    if (!psdToolsAvailable()) GTEST_SKIP() << kPython << " cannot import psd_tools";
+
+    const int W = 12, H = 9;
+    // Top of the stack first: a loose layer, then Editor's two windows, then Mail's one.
+    const std::vector<Source> sources{
+        {"Overlay", "", {0, 0, 2, 2}, pvtest::solid(2, 2, 0, 128, 0, 128)},
+        {"Untitled", "Editor", {1, 1, 4, 3}, translucent(4, 3, 7)},
+        {"Caf\xC3\xA9 notes", "Editor", {3, 2, 5, 4}, pvtest::solid(5, 4, 200, 100, 50, 255)},
+        {"Inbox", "Mail", {6, 4, 6, 5}, translucent(6, 5, 99)},
+    };
+    std::vector<LayerPtr> layers;
+    int32_t depth = 0;
+    const std::string* current = nullptr;
+    for (const auto& s : sources) {
+        auto layer = pvtest::pixelLayer(s.name, s.at.x, s.at.y, static_cast<int>(s.at.width),
+                                        static_cast<int>(s.at.height), s.pixels);
+        layers.push_back(layer);
+        if (s.group.empty()) continue;
+        if (!current || *current != s.group) {
+            if (current) insertGroupStart(layers, depth, 0, *current, static_cast<int32_t>(layers.size()) - 1);
+            insertGroupEnd(layers, depth, 0, s.group, static_cast<int32_t>(layers.size()) - 1);
+            current = &s.group;
+        }
+    }
+    insertGroupStart(layers, depth, 0, *current, static_cast<int32_t>(layers.size()));
+    ASSERT_EQ(layers.size(), 8u);
+    for (auto& l : layers)
+        if (l->type == LayerTypePixel) prepareLayer(*l);
+
+    Bytes composite = translucent(W, H, 3);
+    const Bytes expectedComposite = straight(composite);
+
+    pvtest::ScratchDir dir;
+    const std::string path = dir / "grouped.psd";
+    WriteResult r = writePSD(path, {W, H}, composite, layers, "<x>XMP_TITLE XMP_WIDTH XMP_HEIGHT</x>", nullptr);
+    ASSERT_TRUE(r.ok) << r.error;
+
+    json doc;
+    ASSERT_NO_THROW(doc = dump(path, dir / "stderr.txt"));
+    EXPECT_EQ(doc["width"], W);
+    EXPECT_EQ(doc["height"], H);
+    EXPECT_EQ(doc["channels"], 4);
+    EXPECT_EQ(doc["depth"], 8);
+    EXPECT_EQ(doc["color_mode"], 3);
+    EXPECT_EQ(doc["layer_count"], -8);
+    EXPECT_EQ(doc["xmp"], "<x>grouped.psd 12 9</x> ");  // padded to an even length
+
+    // psd-tools lists the stack bottom first: Mail, Editor, then Overlay.
+    const json& top = doc["layers"];
+    ASSERT_EQ(top.size(), 3u) << top.dump(1);
+    EXPECT_EQ(top[0]["kind"], "group");
+    EXPECT_EQ(top[0]["name"], "Mail");
+    EXPECT_EQ(top[0]["blend_mode"], "pass_through");
+    EXPECT_EQ(top[1]["kind"], "group");
+    EXPECT_EQ(top[1]["name"], "Editor");
+    EXPECT_EQ(top[2]["kind"], "pixel");
+    EXPECT_EQ(top[2]["name"], "Overlay");
+
+    struct Expect {
+        const json& node;
+        const Source& source;
+    };
+    ASSERT_EQ(top[0]["children"].size(), 1u);
+    ASSERT_EQ(top[1]["children"].size(), 2u);
+    const std::vector<Expect> expectations{{top[0]["children"][0], sources[3]},
+                                           {top[1]["children"][0], sources[2]},
+                                           {top[1]["children"][1], sources[1]},
+                                           {top[2], sources[0]}};
+    for (const auto& e : expectations) {
+        SCOPED_TRACE(e.source.name);
+        EXPECT_EQ(e.node["kind"], "pixel");
+        EXPECT_EQ(e.node["name"], psdLayerName(e.source.name));
+        EXPECT_TRUE(e.node["visible"].get<bool>());
+        EXPECT_EQ(e.node["opacity"], 255);
+        EXPECT_EQ(e.node["left"], e.source.at.x);
+        EXPECT_EQ(e.node["top"], e.source.at.y);
+        EXPECT_EQ(e.node["right"], e.source.at.x + e.source.at.width);
+        EXPECT_EQ(e.node["bottom"], e.source.at.y + e.source.at.height);
+        EXPECT_EQ(base64(e.node["pixels"]["rgba"].get<std::string>()), straight(e.source.pixels));
+    }
+    EXPECT_EQ(top[1]["children"][0]["name"], "Caf? notes");
+
+    EXPECT_EQ(base64(doc["merged"]["rgba"].get<std::string>()), expectedComposite);
+}
