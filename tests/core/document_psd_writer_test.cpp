@@ -507,6 +507,7 @@ TEST(PSDWriterFailures, ReadOnlyFolderRefusesAnOrdinaryUser) {
     EXPECT_EQ(code, 0);
     EXPECT_EQ(pvtest::readFile(folder / "x.psd"), (Bytes{'e', 'a', 'r', 'l', 'i', 'e', 'r'}));
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator()), 1);
+    chmod(folder.c_str(), 0755);  // so that the scratch folder can be removed by any user
 }
 
 TEST(PSDWriterFailures, WriteErrorMidwayKeepsTheEarlierFileAndRemovesTheTemporary) {
