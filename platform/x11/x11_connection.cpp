@@ -1,0 +1,120 @@
+#include "platform/x11/x11_connection.h"
+
+#include <cstring>
+
+#include "platform/window_server.h"
+
+namespace pv::x11 {
+namespace {
+
+// Interned together at connect time, so that listing windows costs no extra
+// round trips.
+const char* const kKnownAtoms[] = {
+    "UTF8_STRING", "_NET_WM_NAME", "_NET_WM_PID", "_NET_CLIENT_LIST_STACKING", "_NET_SUPPORTING_WM_CHECK",
+    "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE", "_NET_WM_WINDOW_TYPE_DESKTOP", "_NET_WM_WINDOW_TYPE_DOCK",
+    "_NET_WM_WINDOW_TYPE_TOOLBAR", "_NET_WM_WINDOW_TYPE_MENU", "_NET_WM_WINDOW_TYPE_UTILITY",
+    "_NET_WM_WINDOW_TYPE_SPLASH", "_NET_WM_WINDOW_TYPE_DIALOG", "_NET_WM_WINDOW_TYPE_DROPDOWN_MENU",
+    "_NET_WM_WINDOW_TYPE_POPUP_MENU", "_NET_WM_WINDOW_TYPE_TOOLTIP", "_NET_WM_WINDOW_TYPE_NOTIFICATION",
+    "_NET_WM_WINDOW_TYPE_COMBO", "_NET_WM_WINDOW_TYPE_DND", "_NET_WM_WINDOW_TYPE_NORMAL",
+    "_NET_WM_STATE_ABOVE", "_NET_WM_STATE_BELOW", "_NET_WM_STATE_MODAL", "_NET_WM_STATE_HIDDEN",
+    "_NET_WM_STATE_FULLSCREEN", "_NET_WM_CM_S0", "RESOURCE_MANAGER", "EDID", "WM_STATE",
+    "_PLENAVUE_NO_CAPTURE",
+};
+
+}  // namespace
+
+std::unique_ptr<X11Connection> X11Connection::open(const std::string& displayName, std::string* error) {
+    const char* name = displayName.empty() ? nullptr : displayName.c_str();
+    int screenNumber = 0;
+    xcb_connection_t* c = xcb_connect(name, &screenNumber);
+    if (int code = xcb_connection_has_error(c); code != 0) {
+        xcb_disconnect(c);
+        if (error) {
+            const char* shown = name ? name : std::getenv("DISPLAY");
+            *error = std::string("cannot open X display ") + (shown && *shown ? shown : "(DISPLAY is not set)") +
+                     ": " + (code == XCB_CONN_CLOSED_PARSE_ERR ? "bad display name" : "connection refused or failed");
+        }
+        return nullptr;
+    }
+    return std::unique_ptr<X11Connection>(new X11Connection(c, screenNumber, true));
+}
+
+X11Connection::X11Connection(xcb_connection_t* borrowed) : X11Connection(borrowed, 0, false) {}
+
+X11Connection::X11Connection(xcb_connection_t* c, int screenNumber, bool owned) : c_(c), owned_(owned) {
+    auto it = xcb_setup_roots_iterator(xcb_get_setup(c_));
+    for (int i = 0; i < screenNumber && it.rem > 1; ++i) xcb_screen_next(&it);
+    screen_ = it.data;
+    internKnownAtoms();
+}
+
+X11Connection::~X11Connection() {
+    if (owned_) xcb_disconnect(c_);
+}
+
+void X11Connection::ensureAlive() const {
+    if (xcb_connection_has_error(c_) != 0) throw PlatformError("X display connection lost");
+}
+
+void X11Connection::sync() {
+    get(xcb_get_input_focus_reply, xcb_get_input_focus(c_));
+    ensureAlive();
+}
+
+void X11Connection::drainEvents() {
+    while (xcb_generic_event_t* e = xcb_poll_for_event(c_)) std::free(e);
+    ensureAlive();
+}
+
+bool X11Connection::check(xcb_void_cookie_t cookie) {
+    xcb_generic_error_t* error = xcb_request_check(c_, cookie);
+    const bool ok = error == nullptr;
+    std::free(error);
+    ensureAlive();
+    return ok;
+}
+
+void X11Connection::internKnownAtoms() {
+    std::vector<xcb_intern_atom_cookie_t> cookies;
+    for (const char* name : kKnownAtoms)
+        cookies.push_back(xcb_intern_atom(c_, 0, static_cast<uint16_t>(std::strlen(name)), name));
+    for (size_t i = 0; i < cookies.size(); ++i) {
+        xcb_intern_atom_reply_t* r = xcb_intern_atom_reply(c_, cookies[i], nullptr);
+        if (r) atoms_[kKnownAtoms[i]] = r->atom;
+        std::free(r);
+    }
+}
+
+xcb_atom_t X11Connection::atom(const std::string& name) {
+    if (auto it = atoms_.find(name); it != atoms_.end()) return it->second;
+    auto r = get(xcb_intern_atom_reply, xcb_intern_atom(c_, 0, static_cast<uint16_t>(name.size()), name.c_str()));
+    if (!r) return XCB_ATOM_NONE;
+    atoms_[name] = r->atom;
+    return r->atom;
+}
+
+std::string X11Connection::knownAtomName(xcb_atom_t a) const {
+    for (const auto& [name, value] : atoms_)
+        if (value == a) return name;
+    return {};
+}
+
+std::optional<std::vector<uint32_t>> X11Connection::readCardinals(xcb_window_t w, xcb_atom_t property,
+                                                                  xcb_atom_t type) {
+    auto r = get(xcb_get_property_reply, xcb_get_property(c_, 0, w, property, type, 0, 1u << 16));
+    if (!r || r->type == XCB_ATOM_NONE || r->format != 32) return std::nullopt;
+    const auto* values = static_cast<const uint32_t*>(xcb_get_property_value(r.get()));
+    const int count = xcb_get_property_value_length(r.get()) / 4;
+    return std::vector<uint32_t>(values, values + count);
+}
+
+std::optional<std::string> X11Connection::readBytes(xcb_window_t w, xcb_atom_t property, xcb_atom_t type,
+                                                   xcb_atom_t* actualType) {
+    auto r = get(xcb_get_property_reply, xcb_get_property(c_, 0, w, property, type, 0, 1u << 20));
+    if (!r || r->type == XCB_ATOM_NONE || r->format != 8) return std::nullopt;
+    if (actualType) *actualType = r->type;
+    const auto* bytes = static_cast<const char*>(xcb_get_property_value(r.get()));
+    return std::string(bytes, static_cast<size_t>(xcb_get_property_value_length(r.get())));
+}
+
+}  // namespace pv::x11

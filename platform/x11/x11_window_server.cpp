@@ -1,0 +1,149 @@
+#include "platform/x11/x11_window_server.h"
+
+#include <unistd.h>
+#include <xcb/res.h>
+
+#include <algorithm>
+#include <climits>
+
+#if __has_include("platform/drop_shadow.h")
+#include "platform/drop_shadow.h"
+#else
+namespace pv {
+// Until the shared drop shadow lands, framing leaves the picture as it is.
+inline Image addDropShadow(const Image& window, double) { return window; }
+}  // namespace pv
+#endif
+#include "platform/x11/desktop_layout.h"
+#include "platform/x11/drawable_reader.h"
+#include "platform/x11/window_pixels.h"
+#include "platform/x11/x11_connection.h"
+#include "platform/x11/x11_screens.h"
+#include "platform/x11/x11_window_list.h"
+
+namespace pv {
+
+using namespace x11;
+
+namespace {
+
+std::vector<MonitorBox> boxes(const std::vector<X11Monitor>& monitors) {
+    std::vector<MonitorBox> out;
+    for (const X11Monitor& m : monitors) out.push_back(m.box);
+    return out;
+}
+
+// The part of picture (whose top-left corner is at left, top) inside the
+// rectangle, placed where it falls; the rest stays transparent.
+std::optional<Image> crop(const Image& picture, int32_t left, int32_t top, int32_t x, int32_t y, int32_t width,
+                          int32_t height) {
+    const int32_t x0 = std::max(x, left), y0 = std::max(y, top);
+    const int32_t x1 = std::min(x + width, left + picture.width), y1 = std::min(y + height, top + picture.height);
+    if (x0 >= x1 || y0 >= y1) return std::nullopt;
+    Image out(width, height);
+    for (int32_t row = y0; row < y1; ++row)
+        std::copy_n(picture.row(row - top) + 4 * (x0 - left), 4 * (x1 - x0), out.row(row - y) + 4 * (x0 - x));
+    return out;
+}
+
+}  // namespace
+
+std::unique_ptr<X11WindowServer> X11WindowServer::connect(const std::string& displayName, std::string* error) {
+    auto conn = X11Connection::open(displayName, error);
+    if (!conn) return nullptr;
+    return std::unique_ptr<X11WindowServer>(new X11WindowServer(std::move(conn)));
+}
+
+X11WindowServer::X11WindowServer(std::unique_ptr<X11Connection> conn) : conn_(std::move(conn)) {
+    const xcb_query_extension_reply_t* res = xcb_get_extension_data(conn_->raw(), &xcb_res_id);
+    hasXRes_ = res && res->present;
+    reader_ = std::make_unique<DrawableReader>(*conn_);
+    pixels_ = std::make_unique<WindowPixels>(*conn_, *reader_);
+    pixels_->prepare();
+}
+
+X11WindowServer::~X11WindowServer() = default;
+
+std::string X11WindowServer::hostName() {
+    char name[HOST_NAME_MAX + 1] = {};
+    if (gethostname(name, sizeof name - 1) != 0) return "localhost";
+    return name;
+}
+
+std::vector<X11Monitor> X11WindowServer::monitors() {
+    conn_->ensureAlive();
+    return readMonitors(*conn_);
+}
+
+std::vector<ScreenListEntry> X11WindowServer::screenList() {
+    std::lock_guard lock(mutex_);
+    return screenEntries(boxes(monitors()), readBackingScale(*conn_));
+}
+
+std::optional<std::string> X11WindowServer::productName(uint32_t displayId) {
+    std::lock_guard lock(mutex_);
+    for (const X11Monitor& m : monitors())
+        if (m.box.id == displayId) return readProductName(*conn_, m);
+    return std::nullopt;
+}
+
+std::vector<WindowListEntry> X11WindowServer::windowList() {
+    std::lock_guard lock(mutex_);
+    conn_->drainEvents();
+    const DesktopLayout layout = layoutFor(boxes(monitors()), readBackingScale(*conn_));
+    return readWindowList(*conn_, layout, hasXRes_);
+}
+
+std::optional<std::vector<uint32_t>> X11WindowServer::displaysOfRect(const Rect& bounds, uint32_t maxCount) {
+    return displaysMeetingRect(screenList(), bounds, maxCount);
+}
+
+std::optional<Image> X11WindowServer::windowPicture(const std::optional<Rect>& bounds, uint32_t windowNumber,
+                                                    bool framing) {
+    std::optional<Image> picture;
+    double scale = 1.0;
+    {
+        std::lock_guard lock(mutex_);
+        conn_->drainEvents();
+        picture = windowPixels(windowNumber);
+        if (picture && bounds) picture = cutToRect(*picture, windowNumber, *bounds);
+        if (picture && framing) scale = readBackingScale(*conn_);
+    }
+    if (picture && framing) return addDropShadow(*picture, scale);
+    return picture;
+}
+
+std::optional<Image> X11WindowServer::windowPixels(uint32_t windowNumber) {
+    auto frame = frameOf(*conn_, windowNumber);
+    if (!frame) return std::nullopt;
+    return pixels_->frame(*frame);
+}
+
+std::optional<Image> X11WindowServer::cutToRect(const Image& picture, uint32_t windowNumber, const Rect& bounds) {
+    auto frame = frameOf(*conn_, windowNumber);
+    if (!frame) return std::nullopt;
+    auto geometry = conn_->get(xcb_get_geometry_reply, xcb_get_geometry(conn_->raw(), *frame));
+    if (!geometry) return std::nullopt;
+    const DesktopLayout layout = layoutFor(boxes(monitors()), readBackingScale(*conn_));
+    int32_t x = 0, y = 0, width = 0, height = 0;
+    layout.toPixels(bounds, &x, &y, &width, &height);
+    return crop(picture, geometry->x, geometry->y, x, y, width, height);
+}
+
+std::optional<Image> X11WindowServer::desktopPicture() {
+    std::lock_guard lock(mutex_);
+    conn_->drainEvents();
+    return pixels_->root();
+}
+
+void X11WindowServer::setSharedMemory(bool on) {
+    std::lock_guard lock(mutex_);
+    reader_->setSharedMemory(on);
+}
+
+bool X11WindowServer::usesSharedMemory() const {
+    std::lock_guard lock(mutex_);
+    return reader_->usesSharedMemory();
+}
+
+}  // namespace pv

@@ -1,0 +1,154 @@
+// Rules of the X11 layer that need no X server: coordinates, EDID names,
+// Xft.dpi, window roles, pixel formats and client numbers.
+#include <gtest/gtest.h>
+
+#include "platform/x11/client_identity.h"
+#include "platform/x11/desktop_layout.h"
+#include "platform/x11/edid_name.h"
+#include "platform/x11/window_role.h"
+#include "platform/x11/x11_screens.h"
+#include "platform/x11/zpixmap_pixels.h"
+
+namespace pv::x11 {
+namespace {
+
+TEST(DesktopLayout, FramesAreBottomUpFromTheMainMonitorsBottomLeft) {
+    // Main 1600x900 whose top is 300 px below a taller 1280x1200 monitor to its right.
+    const std::vector<MonitorBox> monitors{{11, 0, 300, 1600, 900}, {12, 1600, 0, 1280, 1200}};
+    const auto screens = screenEntries(monitors, 1.0);
+    ASSERT_EQ(screens.size(), 2u);
+    EXPECT_EQ(screens[0].displayId, 11u);
+    EXPECT_EQ(screens[0].frame, (Rect{0, 0, 1600, 900}));
+    EXPECT_EQ(screens[1].frame, (Rect{1600, 0, 1280, 1200}));  // bottoms level
+
+    const std::vector<MonitorBox> topsLevel{{11, 0, 0, 1600, 900}, {12, 1600, 0, 1280, 1200}};
+    EXPECT_EQ(screenEntries(topsLevel, 1.0)[1].frame, (Rect{1600, -300, 1280, 1200}));
+}
+
+TEST(DesktopLayout, PointsAreRootPixelsOverTheScaleFromTheMainTopLeft) {
+    const std::vector<MonitorBox> monitors{{5, 200, 100, 2880, 1800}};
+    const DesktopLayout layout = layoutFor(monitors, 2.0);
+    EXPECT_EQ(layout.toPoints(200, 100, 400, 300), (Rect{0, 0, 200, 150}));
+    EXPECT_EQ(layout.toPoints(0, 0, 100, 100), (Rect{-100, -50, 50, 50}));
+    EXPECT_EQ(screenEntries(monitors, 2.0)[0].frame, (Rect{0, 0, 1440, 900}));
+    EXPECT_EQ(screenEntries(monitors, 2.0)[0].backingScaleFactor, 2.0);
+
+    int32_t x, y, w, h;
+    layout.toPixels(Rect{10.25, 20, 50.5, 10}, &x, &y, &w, &h);
+    EXPECT_EQ(x, 220);  // 200 + 20.5 rounded outward
+    EXPECT_EQ(y, 140);
+    EXPECT_EQ(w, 102);  // right edge 200 + 121.5 -> 322
+    EXPECT_EQ(h, 20);
+}
+
+std::vector<uint8_t> edidWithDescriptor(size_t offset, uint8_t tag, const std::string& text) {
+    std::vector<uint8_t> edid(128, 0x11);
+    for (size_t o : {54, 72, 90, 108}) edid[o] = 0x01;  // timing descriptors by default
+    uint8_t* d = edid.data() + offset;
+    d[0] = d[1] = d[2] = 0;
+    d[3] = tag;
+    d[4] = 0;
+    for (size_t i = 0; i < 13; ++i) d[5 + i] = i < text.size() ? static_cast<uint8_t>(text[i]) : (i == text.size() ? 0x0A : 0x20);
+    return edid;
+}
+
+TEST(EdidName, ReadsTheMonitorNameDescriptorWhereverItStands) {
+    EXPECT_EQ(edidMonitorName(edidWithDescriptor(72, 0xFC, "DELL U2720Q")), "DELL U2720Q");
+    EXPECT_EQ(edidMonitorName(edidWithDescriptor(108, 0xFC, "ABCDEFGHIJKLM")), "ABCDEFGHIJKLM");
+}
+
+TEST(EdidName, NoNameWithoutAMonitorNameDescriptor) {
+    EXPECT_EQ(edidMonitorName(edidWithDescriptor(90, 0xFF, "SERIAL123")), std::nullopt);  // serial number
+    EXPECT_EQ(edidMonitorName(edidWithDescriptor(54, 0xFC, "")), std::nullopt);
+    EXPECT_EQ(edidMonitorName(std::vector<uint8_t>(100, 0)), std::nullopt);  // short block
+}
+
+TEST(BackingScale, ComesFromXftDpiAndIsOneWithoutIt) {
+    EXPECT_EQ(backingScaleFromResources("Xft.antialias:\t1\nXft.dpi:\t192\n"), 2.0);
+    EXPECT_EQ(backingScaleFromResources("Xft.dpi: 144\n"), 1.5);
+    EXPECT_EQ(backingScaleFromResources("Xcursor.size:\t24\n"), 1.0);
+    EXPECT_EQ(backingScaleFromResources("Xft.dpi:\t0\n"), 1.0);
+}
+
+TEST(WindowRole, ShellWindowsGetTheOwnersTheInventoryRulesKnow) {
+    const auto desktop = windowRole({"_NET_WM_WINDOW_TYPE_DESKTOP"}, {});
+    EXPECT_EQ(desktop.owner, "Window Server");
+    EXPECT_EQ(desktop.title, "Desktop");
+    EXPECT_EQ(desktop.layer, kDesktopLayer);
+    const auto dock = windowRole({"_NET_WM_WINDOW_TYPE_DOCK"}, {"_NET_WM_STATE_BELOW"});
+    EXPECT_EQ(dock.owner, "Dock");
+    EXPECT_EQ(dock.title, std::nullopt);
+    EXPECT_EQ(dock.layer, kDockLayer);  // a state does not move a dock
+    EXPECT_EQ(windowRole({"_NET_WM_WINDOW_TYPE_NOTIFICATION"}, {}).owner, "SystemUIServer");
+}
+
+TEST(WindowRole, LayersOrderTheKindsOfWindowsFromBackToFront) {
+    const int32_t desktop = windowRole({"_NET_WM_WINDOW_TYPE_DESKTOP"}, {}).layer;
+    const int32_t below = windowRole({}, {"_NET_WM_STATE_BELOW"}).layer;
+    const int32_t normal = windowRole({"_NET_WM_WINDOW_TYPE_NORMAL"}, {}).layer;
+    const int32_t above = windowRole({}, {"_NET_WM_STATE_ABOVE"}).layer;
+    const int32_t dock = windowRole({"_NET_WM_WINDOW_TYPE_DOCK"}, {}).layer;
+    const int32_t menu = windowRole({"_NET_WM_WINDOW_TYPE_POPUP_MENU"}, {}).layer;
+    const int32_t tooltip = windowRole({"_NET_WM_WINDOW_TYPE_TOOLTIP"}, {}).layer;
+    EXPECT_EQ(normal, 0);
+    EXPECT_EQ(above, 3);
+    EXPECT_EQ(dock, 20);
+    EXPECT_LT(desktop, below);
+    EXPECT_LT(below, normal);
+    EXPECT_LT(dock, menu);
+    EXPECT_LT(menu, tooltip);
+    EXPECT_EQ(windowRole({"_NET_WM_WINDOW_TYPE_DIALOG"}, {"_NET_WM_STATE_MODAL", "_NET_WM_STATE_ABOVE"}).layer,
+              kModalLayer);
+}
+
+TEST(WindowRole, TheFirstKnownTypeDecides) {
+    const auto role = windowRole({"_KDE_NET_WM_WINDOW_TYPE_OVERRIDE", "_NET_WM_WINDOW_TYPE_DOCK",
+                                  "_NET_WM_WINDOW_TYPE_NORMAL"},
+                                 {});
+    EXPECT_EQ(role.owner, "Dock");
+    EXPECT_EQ(windowRole({}, {}).owner, std::nullopt);
+}
+
+TEST(ZPixmapPixels, CommonLayoutSwapsToRgbaAndIsOpaqueBelowDepth32) {
+    const uint8_t bgrx[] = {10, 20, 30, 0, 40, 50, 60, 99, /*padding*/ 7, 7, 7, 7};
+    const Image image = imageFromZPixmap(bgrx, 2, 1, 12, ZPixmapFormat{});
+    EXPECT_EQ(image.pixels, (std::vector<uint8_t>{30, 20, 10, 255, 60, 50, 40, 255}));
+}
+
+TEST(ZPixmapPixels, Depth32KeepsAlphaAndKeepsColourWithinIt) {
+    ZPixmapFormat argb;
+    argb.depth = 32;
+    const uint8_t pixels[] = {0, 0, 128, 128, 200, 200, 200, 100, 0, 0, 0, 0};
+    const Image image = imageFromZPixmap(pixels, 3, 1, 12, argb);
+    EXPECT_EQ(image.pixels, (std::vector<uint8_t>{128, 0, 0, 128, 100, 100, 100, 100, 0, 0, 0, 0}));
+}
+
+TEST(ZPixmapPixels, OtherLayoutsAreReadThroughTheVisualMasks) {
+    ZPixmapFormat rgb565;
+    rgb565.depth = 16;
+    rgb565.bitsPerPixel = 16;
+    rgb565.redMask = 0xF800;
+    rgb565.greenMask = 0x07E0;
+    rgb565.blueMask = 0x001F;
+    const uint8_t rows[] = {0x00, 0xF8, 0xE0, 0x07, /*row 2*/ 0x1F, 0x00, 0xFF, 0xFF};
+    const Image image = imageFromZPixmap(rows, 2, 2, 4, rgb565);
+    EXPECT_EQ(image.pixels, (std::vector<uint8_t>{255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 255, 255, 255, 255, 255}));
+
+    ZPixmapFormat msbRgb = ZPixmapFormat{};
+    msbRgb.lsbFirst = false;
+    const uint8_t xrgb[] = {0, 1, 2, 3};
+    EXPECT_EQ(imageFromZPixmap(xrgb, 1, 1, 4, msbRgb).pixels, (std::vector<uint8_t>{1, 2, 3, 255}));
+}
+
+TEST(ClientIdentity, WindowsOfOneClientShareANumberThatIsNoPid) {
+    const uint32_t mask = 0x001FFFFF;
+    const int32_t first = clientNumber(0x00400007, mask);
+    EXPECT_EQ(first, clientNumber(0x005FFFFF, mask));
+    EXPECT_NE(first, clientNumber(0x00600001, mask));
+    EXPECT_GE(first, kDerivedClientBase);
+    EXPECT_EQ(processName(first), std::nullopt);
+    EXPECT_EQ(processName(static_cast<int32_t>(getpid())), "x11_tests");
+}
+
+}  // namespace
+}  // namespace pv::x11
