@@ -12,13 +12,15 @@ namespace {
 
 constexpr int kClientSearchDepth = 3;
 
-bool windowManagerRunning(X11Connection& conn) {
+// The window a running window manager names as its own; nullopt without one.
+std::optional<xcb_window_t> windowManagerCheckWindow(X11Connection& conn) {
     const xcb_atom_t check = conn.atom("_NET_SUPPORTING_WM_CHECK");
     auto onRoot = conn.readCardinals(conn.root(), check, XCB_ATOM_WINDOW);
-    if (!onRoot || onRoot->empty()) return false;
+    if (!onRoot || onRoot->empty()) return std::nullopt;
     // A manager that died leaves the root property behind; its check window goes with it.
     auto onChild = conn.readCardinals((*onRoot)[0], check, XCB_ATOM_WINDOW);
-    return onChild && !onChild->empty() && (*onChild)[0] == (*onRoot)[0];
+    if (!onChild || onChild->empty() || (*onChild)[0] != (*onRoot)[0]) return std::nullopt;
+    return (*onRoot)[0];
 }
 
 std::vector<xcb_window_t> childrenOf(X11Connection& conn, xcb_window_t w) {
@@ -110,7 +112,7 @@ std::optional<WindowListEntry> readEntry(X11Connection& conn, const TopLevel& to
 }  // namespace
 
 std::vector<TopLevel> viewableTopLevels(X11Connection& conn) {
-    const bool managed = windowManagerRunning(conn);
+    const std::optional<xcb_window_t> manager = windowManagerCheckWindow(conn);
     std::vector<xcb_window_t> stack = childrenOf(conn, conn.root());  // bottom first
     std::reverse(stack.begin(), stack.end());
 
@@ -121,9 +123,9 @@ std::vector<TopLevel> viewableTopLevels(X11Connection& conn) {
     for (size_t i = 0; i < stack.size(); ++i) {
         auto attributes = conn.get(xcb_get_window_attributes_reply, cookies[i]);
         if (!attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE ||
-            attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT)
+            attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT || stack[i] == manager)
             continue;
-        std::optional<xcb_window_t> client = managed ? clientInFrame(conn, stack[i]) : stack[i];
+        std::optional<xcb_window_t> client = manager ? clientInFrame(conn, stack[i]) : stack[i];
         if (!client && attributes->override_redirect) client = stack[i];
         if (client) tops.push_back({stack[i], *client});
     }

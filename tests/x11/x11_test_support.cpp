@@ -1,0 +1,131 @@
+#include "tests/x11/x11_test_support.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <regex>
+
+namespace pv::test {
+namespace {
+
+long fieldOf(const std::string& text, const std::string& label) {
+    std::smatch m;
+    if (!std::regex_search(text, m, std::regex(label + R"(:\s+(-?\d+))"))) throw std::runtime_error("no " + label);
+    return std::stol(m[1]);
+}
+
+}  // namespace
+
+const WindowListEntry* entryTitled(const std::vector<WindowListEntry>& list, const std::string& title) {
+    for (const auto& e : list)
+        if (e.title == title) return &e;
+    return nullptr;
+}
+
+int indexOfTitle(const std::vector<WindowListEntry>& list, const std::string& title) {
+    for (size_t i = 0; i < list.size(); ++i)
+        if (list[i].title == title) return static_cast<int>(i);
+    return -1;
+}
+
+bool waitForTitles(WindowServer& server, const std::vector<std::string>& titles) {
+    return XvfbSession::waitFor([&] {
+        const auto list = server.windowList();
+        for (const auto& t : titles)
+            if (!entryTitled(list, t)) return false;
+        return true;
+    });
+}
+
+Rect frameByTools(XvfbSession& session, uint32_t client) {
+    const std::string info = session.run({"xwininfo", "-id", std::to_string(client)});
+    double x = static_cast<double>(fieldOf(info, "Absolute upper-left X"));
+    double y = static_cast<double>(fieldOf(info, "Absolute upper-left Y"));
+    double w = static_cast<double>(fieldOf(info, "Width"));
+    double h = static_cast<double>(fieldOf(info, "Height"));
+    const double border = static_cast<double>(fieldOf(info, "Border width"));
+    const std::string extents = session.run({"xprop", "-id", std::to_string(client), "_NET_FRAME_EXTENTS"});
+    std::smatch m;
+    if (std::regex_search(extents, m, std::regex(R"(= (\d+), (\d+), (\d+), (\d+))"))) {
+        const double left = std::stod(m[1]), right = std::stod(m[2]), top = std::stod(m[3]),
+                     bottom = std::stod(m[4]);
+        return {x - left, y - top, w + 2 * border + left + right, h + 2 * border + top + bottom};
+    }
+    // xwininfo's absolute corner is the outer corner of the border.
+    return {x, y, w + 2 * border, h + 2 * border};
+}
+
+xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name) {
+    auto* r = xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, static_cast<uint16_t>(name.size()), name.c_str()), nullptr);
+    const xcb_atom_t a = r ? r->atom : xcb_atom_t{XCB_ATOM_NONE};
+    free(r);
+    return a;
+}
+
+void activateWindow(xcb_connection_t* c, xcb_window_t client) {
+    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+    xcb_client_message_event_t event{};
+    event.response_type = XCB_CLIENT_MESSAGE;
+    event.format = 32;
+    event.window = client;
+    event.type = internAtom(c, "_NET_ACTIVE_WINDOW");
+    event.data.data32[0] = 2;  // source: a pager, which managers obey without focus-stealing checks
+    event.data.data32[1] = XCB_CURRENT_TIME;
+    xcb_send_event(c, 0, root, XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&event));
+    xcb_flush(c);
+}
+
+xcb_window_t topLevelOf(xcb_connection_t* c, xcb_window_t window) {
+    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+    xcb_window_t w = window;
+    for (;;) {
+        auto* tree = xcb_query_tree_reply(c, xcb_query_tree(c, w), nullptr);
+        if (!tree) return XCB_NONE;
+        const xcb_window_t parent = tree->parent;
+        free(tree);
+        if (parent == root) return w;
+        w = parent;
+    }
+}
+
+xcb_window_t makeFilledWindow(xcb_connection_t* c, int depth, int x, int y, int width, int height,
+                              uint32_t pixel, const std::string& title) {
+    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    xcb_visualid_t visual = screen->root_visual;
+    xcb_colormap_t colormap = screen->default_colormap;
+    if (depth != screen->root_depth) {
+        for (auto d = xcb_screen_allowed_depths_iterator(screen); d.rem; xcb_depth_next(&d))
+            if (d.data->depth == depth && xcb_depth_visuals_length(d.data) > 0)
+                visual = xcb_depth_visuals(d.data)[0].visual_id;
+        colormap = xcb_generate_id(c);
+        xcb_create_colormap(c, XCB_COLORMAP_ALLOC_NONE, colormap, screen->root, visual);
+    }
+    const xcb_window_t w = xcb_generate_id(c);
+    const uint32_t values[] = {pixel, 0, colormap};
+    xcb_create_window(c, static_cast<uint8_t>(depth), w, screen->root, static_cast<int16_t>(x),
+                      static_cast<int16_t>(y), static_cast<uint16_t>(width), static_cast<uint16_t>(height), 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, visual,
+                      XCB_CW_BACK_PIXEL | XCB_CW_BORDER_PIXEL | XCB_CW_COLORMAP, values);
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8,
+                        static_cast<uint32_t>(title.size()), title.c_str());
+    xcb_map_window(c, w);
+    xcb_flush(c);
+    return w;
+}
+
+long differingPixels(const Image& a, const Image& b) {
+    if (a.width != b.width || a.height != b.height) return -1;
+    long count = 0;
+    for (size_t i = 0; i < a.pixels.size(); i += 4)
+        if (std::memcmp(&a.pixels[i], &b.pixels[i], 4) != 0) ++count;
+    return count;
+}
+
+Image cropped(const Image& image, int x, int y, int width, int height) {
+    Image out(width, height);
+    for (int row = 0; row < height; ++row)
+        std::memcpy(out.row(row), image.row(y + row) + 4 * x, static_cast<size_t>(width) * 4);
+    return out;
+}
+
+}  // namespace pv::test

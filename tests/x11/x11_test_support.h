@@ -1,0 +1,53 @@
+#pragma once
+// Small helpers shared by the X11 tests: finding entries, reading geometry
+// the way independent tools report it, and comparing pictures.
+
+#include <xcb/xcb.h>
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "platform/geometry.h"
+#include "platform/image.h"
+#include "platform/window_server.h"
+#include "tests/x11/xvfb_session.h"
+
+namespace pv {
+inline void PrintTo(const Rect& r, std::ostream* os) { *os << rectToString(r); }
+}  // namespace pv
+
+namespace pv::test {
+
+const WindowListEntry* entryTitled(const std::vector<WindowListEntry>& list, const std::string& title);
+// Index of the entry in the list, or -1.
+int indexOfTitle(const std::vector<WindowListEntry>& list, const std::string& title);
+
+// Waits until the server lists a window with each of the titles.
+bool waitForTitles(WindowServer& server, const std::vector<std::string>& titles);
+
+// The frame the user sees around a client window, in root pixels, computed
+// from what xwininfo and xprop report (client position plus the window
+// manager's _NET_FRAME_EXTENTS, or the border without a window manager).
+Rect frameByTools(XvfbSession& session, uint32_t client);
+
+xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name);
+
+// Asks the window manager to activate (and raise) a client window, as a pager would.
+void activateWindow(xcb_connection_t* c, xcb_window_t client);
+
+// The top-level window (child of the root) that holds window.
+xcb_window_t topLevelOf(xcb_connection_t* c, xcb_window_t window);
+
+// A top-level window of the given depth (24 or 32) filled with one pixel
+// value, mapped and drawn; no window manager assumed.
+xcb_window_t makeFilledWindow(xcb_connection_t* c, int depth, int x, int y, int width, int height,
+                              uint32_t pixel, const std::string& title);
+
+// Count of pixels that differ between two pictures of equal size; -1 when the sizes differ.
+long differingPixels(const Image& a, const Image& b);
+// The sub-picture at x, y of the given size.
+Image cropped(const Image& image, int x, int y, int width, int height);
+
+}  // namespace pv::test
