@@ -17,11 +17,13 @@ protected:
         session = new XvfbSession(XvfbOptions{kScreenWidth, 900, true, {}});
         session->start({"xlogo", "-geometry", "200x150+50+60"});
         session->start({"xeyes", "-geometry", "150x100+600+80"});
-        session->start({"xterm", "-geometry", "40x8+100+400", "-title", "terminal"});
+        session->start({"xterm", "-geometry", "40x8+100+400", "-title", "terminal", "-e", "sh", "-c",
+                        "echo a terminal with some text; exec sleep 600"});
         std::string error;
         server = X11WindowServer::connect(session->display(), &error).release();
         ASSERT_NE(server, nullptr) << error;
         ASSERT_TRUE(waitForTitles(*server, {"xlogo", "xeyes", "terminal"}));
+        for (const auto& e : server->windowList()) ASSERT_TRUE(waitUntilDrawn(*server, e.number));
     }
     static void TearDownTestSuite() {
         delete server;

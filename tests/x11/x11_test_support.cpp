@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <regex>
+#include <thread>
 
 namespace pv::test {
 namespace {
@@ -33,6 +34,17 @@ bool waitForTitles(WindowServer& server, const std::vector<std::string>& titles)
         for (const auto& t : titles)
             if (!entryTitled(list, t)) return false;
         return true;
+    });
+}
+
+bool waitUntilDrawn(WindowServer& server, uint32_t number) {
+    std::optional<Image> last;
+    return XvfbSession::waitFor([&] {
+        auto now = server.windowPicture(std::nullopt, number, false);
+        const bool still = now && last && differingPixels(*now, *last) == 0;
+        last = std::move(now);
+        if (!still) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        return still;
     });
 }
 

@@ -27,6 +27,9 @@ int indexOfTitle(const std::vector<WindowListEntry>& list, const std::string& ti
 // Waits until the server lists a window with each of the titles.
 bool waitForTitles(WindowServer& server, const std::vector<std::string>& titles);
 
+// Waits until the window's picture holds still (its client has drawn everything).
+bool waitUntilDrawn(WindowServer& server, uint32_t number);
+
 // The frame the user sees around a client window, in root pixels, computed
 // from what xwininfo and xprop report (client position plus the window
 // manager's _NET_FRAME_EXTENTS, or the border without a window manager).
