@@ -21,6 +21,16 @@ const char* const kKnownAtoms[] = {
     "_PLENAVUE_NO_CAPTURE",
 };
 
+// "NAME: REASON" for a connection that failed with code.
+std::string describeFailure(const char* name, int code) {
+    const char* shown = name ? name : std::getenv("DISPLAY");
+    if (!shown || !*shown) return "(none): DISPLAY is not set";
+    const char* reason = code == XCB_CONN_CLOSED_PARSE_ERR         ? "not a display name"
+                         : code == XCB_CONN_CLOSED_INVALID_SCREEN ? "no such screen"
+                                                                   : "no X server answers there, or it refused us";
+    return std::string(shown) + ": " + reason;
+}
+
 }  // namespace
 
 std::unique_ptr<X11Connection> X11Connection::open(const std::string& displayName, std::string* error) {
@@ -29,28 +39,20 @@ std::unique_ptr<X11Connection> X11Connection::open(const std::string& displayNam
     xcb_connection_t* c = xcb_connect(name, &screenNumber);
     if (int code = xcb_connection_has_error(c); code != 0) {
         xcb_disconnect(c);
-        if (error) {
-            const char* shown = name ? name : std::getenv("DISPLAY");
-            *error = std::string("cannot open X display ") + (shown && *shown ? shown : "(DISPLAY is not set)") +
-                     ": " + (code == XCB_CONN_CLOSED_PARSE_ERR ? "bad display name" : "connection refused or failed");
-        }
+        if (error) *error = "cannot open X display " + describeFailure(name, code);
         return nullptr;
     }
-    return std::unique_ptr<X11Connection>(new X11Connection(c, screenNumber, true));
+    return std::unique_ptr<X11Connection>(new X11Connection(c, screenNumber));
 }
 
-X11Connection::X11Connection(xcb_connection_t* borrowed) : X11Connection(borrowed, 0, false) {}
-
-X11Connection::X11Connection(xcb_connection_t* c, int screenNumber, bool owned) : c_(c), owned_(owned) {
+X11Connection::X11Connection(xcb_connection_t* c, int screenNumber) : c_(c) {
     auto it = xcb_setup_roots_iterator(xcb_get_setup(c_));
     for (int i = 0; i < screenNumber && it.rem > 1; ++i) xcb_screen_next(&it);
     screen_ = it.data;
     internKnownAtoms();
 }
 
-X11Connection::~X11Connection() {
-    if (owned_) xcb_disconnect(c_);
-}
+X11Connection::~X11Connection() { xcb_disconnect(c_); }
 
 void X11Connection::ensureAlive() const {
     if (xcb_connection_has_error(c_) != 0) throw PlatformError("X display connection lost");

@@ -27,8 +27,6 @@ class X11Connection {
 public:
     // Connects to displayName (empty: $DISPLAY); nullptr with *error set on failure.
     static std::unique_ptr<X11Connection> open(const std::string& displayName, std::string* error);
-    // Adopts a connection someone else opened; it is not closed here.
-    explicit X11Connection(xcb_connection_t* borrowed);
     ~X11Connection();
     X11Connection(const X11Connection&) = delete;
     X11Connection& operator=(const X11Connection&) = delete;
@@ -67,12 +65,11 @@ public:
                                          xcb_atom_t* actualType = nullptr);
 
 private:
-    X11Connection(xcb_connection_t* c, int screenNumber, bool owned);
+    X11Connection(xcb_connection_t* c, int screenNumber);
     void internKnownAtoms();
 
     xcb_connection_t* c_ = nullptr;
     xcb_screen_t* screen_ = nullptr;
-    bool owned_ = false;
     std::unordered_map<std::string, xcb_atom_t> atoms_;
 };
 
