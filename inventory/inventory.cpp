@@ -1,0 +1,135 @@
+#include "inventory/inventory.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "inventory/ascii_name.h"
+
+namespace pv {
+
+namespace {
+
+constexpr size_t kMaxScreens = 2;
+
+bool isSystemOwner(const std::string& name) {
+    return name == "Dock" || name == "Finder" || name == "Window Server";
+}
+
+PVWindowElement::Ptr makeWindowNode(const WindowListEntry& entry) {
+    auto node = std::make_shared<PVWindowElement>();
+    node->kind = PVElementKindWindow;
+    node->name = asciiNodeName(entry.title.value_or("<no title>"), "<no title>");
+    node->eidi = entry.number;
+    node->windowLevel = entry.layer;
+    node->dimensions = entry.bounds;
+    return node;
+}
+
+PVWindowElement::Ptr makeApplicationNode(const WindowListEntry& entry) {
+    auto node = std::make_shared<PVWindowElement>();
+    node->eidi = static_cast<uint32_t>(entry.ownerPID);
+    node->kind = PVElementKindApplication;
+    node->name = asciiNodeName(entry.ownerName.value_or("<no owner>"), "<no owner>");
+    return node;
+}
+
+float scalingOf(const PVWindowElement::Ptr& screen) { return screen ? screen->scaling : 0.0f; }
+
+}  // namespace
+
+Inventory::Inventory(WindowServer& server) : root(std::make_shared<PVWindowElement>()), server_(server) {}
+
+std::string displayProductName(WindowServer& server, uint32_t displayId) {
+    auto name = server.productName(displayId);
+    return name && !name->empty() ? *name : "Display";
+}
+
+void Inventory::refreshScreenList() {
+    measures.maxBackingScale = 0;
+    measures.screenTopOffset = 0;
+
+    root = std::make_shared<PVWindowElement>();
+    root->name = server_.hostName();
+    root->kind = PVElementKindRoot;
+
+    const auto screens = server_.screenList();
+    for (size_t i = 0; i < std::min(screens.size(), kMaxScreens); ++i) {
+        const ScreenListEntry& entry = screens[i];
+        auto node = std::make_shared<PVWindowElement>();
+        node->eidi = entry.displayId;
+        node->isMainDisplay = i == 0;
+        if (i == 0) {
+            measures.mainScreenHeight = static_cast<float>(entry.frame.height);
+        } else {
+            // Lifts the document's top edge to a taller second screen's top.
+            const double mainHeight = measures.mainScreenHeight;
+            measures.screenTopOffset =
+                entry.frame.height > mainHeight
+                    ? static_cast<float>(entry.frame.height - mainHeight + entry.frame.y)
+                    : 0.0f;
+        }
+        node->name = displayProductName(server_, entry.displayId);
+        node->dimensions = entry.frame;
+        node->kind = PVElementKindScreen;
+        node->scaling = static_cast<float>(entry.backingScaleFactor);
+        root->addChild(node);
+        measures.maxBackingScale = std::max(measures.maxBackingScale, node->scaling);
+    }
+}
+
+bool Inventory::isUnwanted(const std::optional<std::string>& ownerName) const {
+    if (!ignoreSystemWindows || !ownerName) return false;
+    return std::find(unwantedProcesses.begin(), unwantedProcesses.end(), *ownerName) != unwantedProcesses.end();
+}
+
+void Inventory::refreshWindows() {
+    for (const WindowListEntry& entry : server_.windowList()) {
+        if (entry.sharingState == 0) continue;  // the owner forbids capture, or it is our own window
+        if (isUnwanted(entry.ownerName)) continue;
+        fileWindow(entry);
+    }
+    pruneEmptyApplications();
+}
+
+// Files the window under an application node of each of the (at most two)
+// inventoried screens its bounds touch.
+void Inventory::fileWindow(const WindowListEntry& entry) {
+    auto window = makeWindowNode(entry);
+    const auto maxCount = static_cast<uint32_t>(std::min<uint64_t>(root->childCount(), kMaxScreens));
+    const auto displays = server_.displaysOfRect(entry.bounds, maxCount);
+    if (!displays || displays->empty()) return;
+
+    for (size_t i = 0; i < std::min(displays->size(), kMaxScreens); ++i) {
+        auto screen = root->findScreen((*displays)[i]);
+        if (!screen) continue;  // a display beyond the first two
+        (i == 0 ? window->screen1 : window->screen2) = screen;
+        window->scaling = std::max(scalingOf(window->screen1), scalingOf(window->screen2));
+
+        auto app = screen->findParent(static_cast<uint32_t>(entry.ownerPID));
+        if (!app) {
+            app = makeApplicationNode(entry);
+            screen->addChild(app);
+        }
+        window->setParent(app);
+
+        if (!isSystemOwner(app->name)) {
+            app->addChild(window);
+            continue;
+        }
+        if (app->name == "Window Server" && window->name == "Desktop") continue;
+        // This system window reaches 20 points past its reported bounds on either side.
+        if (window->name == "Oculith") window->dimensions = window->dimensions.insetBy(-20, 0);
+        window->isSystemWindow = app->name == "Finder" ? window->name == "<no title>" : true;
+        app->addChild(window);
+    }
+}
+
+void Inventory::pruneEmptyApplications() {
+    for (const auto& screen : root->children()) {
+        for (const auto& app : screen->children()) {
+            if (app->childCount() == 0) screen->removeChild(app.get());
+        }
+    }
+}
+
+}  // namespace pv

@@ -1,0 +1,245 @@
+// The screen and window inventory over a fake window server: what ends up in
+// the tree, under which screen and application, and the screen measures.
+#include <gtest/gtest.h>
+
+#include "inventory/ascii_name.h"
+#include "inventory/inventory.h"
+#include "inventory/inventory_format.h"
+#include "tests/core/fake_window_server.h"
+
+namespace pv {
+namespace {
+
+using test::FakeWindowServer;
+
+ScreenListEntry screen(uint32_t id, Rect frame, double scale) { return {id, frame, scale}; }
+
+std::vector<std::string> namesOf(const PVWindowElement::Ptr& node) {
+    std::vector<std::string> names;
+    for (const auto& child : node->children()) names.push_back(child->name);
+    return names;
+}
+
+class InventoryTest : public ::testing::Test {
+protected:
+    FakeWindowServer server;
+    Inventory inventory{server};
+
+    void SetUp() override { server.screens = {screen(1, {0, 0, 1440, 900}, 2.0)}; }
+
+    PVWindowElement::Ptr refresh() {
+        inventory.refreshScreenList();
+        inventory.refreshWindows();
+        return inventory.root;
+    }
+    PVWindowElement::Ptr firstScreen() { return inventory.root->children().at(0); }
+};
+
+// ---- screens and measures ---------------------------------------------------
+
+TEST_F(InventoryTest, OneScreenBecomesTheMainScreenNode) {
+    server.productNames[1] = "Color LCD";
+    auto root = refresh();
+    EXPECT_EQ(root->name, "studio");
+    ASSERT_EQ(root->childCount(), 1u);
+    auto s = firstScreen();
+    EXPECT_EQ(s->kind, PVElementKindScreen);
+    EXPECT_TRUE(s->isMainDisplay);
+    EXPECT_EQ(s->eidi, 1u);
+    EXPECT_EQ(s->dimensions, (Rect{0, 0, 1440, 900}));
+    EXPECT_EQ(s->displayName(), "Color LCD (x:0, y:0, w:1440, h:900, retina, main)");
+    EXPECT_FLOAT_EQ(inventory.measures.maxBackingScale, 2.0f);
+    EXPECT_FLOAT_EQ(inventory.measures.mainScreenHeight, 900.0f);
+    EXPECT_FLOAT_EQ(inventory.measures.screenTopOffset, 0.0f);
+}
+
+TEST_F(InventoryTest, ScreenTopOffsetRaisesTheTopToATallerSecondScreen) {
+    struct Case {
+        double secondY;
+        double secondHeight;
+        float offset;
+    };
+    for (const Case& c : {Case{0, 1200, 300}, Case{-300, 1200, 0}, Case{100, 1200, 400}, Case{0, 800, 0},
+                          Case{-500, 800, 0}}) {
+        server.screens = {screen(1, {0, 0, 1440, 900}, 2.0), screen(2, {1440, c.secondY, 1920, c.secondHeight}, 1.0)};
+        refresh();
+        EXPECT_FLOAT_EQ(inventory.measures.screenTopOffset, c.offset) << "second y " << c.secondY << " height "
+                                                                       << c.secondHeight;
+    }
+}
+
+TEST_F(InventoryTest, EachScreenKeepsItsScaleAndTheLargestIsTheCanvasScale) {
+    server.screens = {screen(1, {0, 0, 1440, 900}, 1.0), screen(2, {1440, 0, 1440, 900}, 2.0)};
+    auto root = refresh();
+    EXPECT_FLOAT_EQ(inventory.measures.maxBackingScale, 2.0f);
+    EXPECT_FLOAT_EQ(root->children()[0]->scaling, 1.0f);
+    EXPECT_FLOAT_EQ(root->children()[1]->scaling, 2.0f);
+    EXPECT_FALSE(root->children()[1]->isMainDisplay);
+    EXPECT_EQ(root->children()[1]->name, "Display");  // no product name reported
+}
+
+TEST_F(InventoryTest, AThirdScreenGetsNoNodeAndItsWindowsAreLeftOut) {
+    server.screens = {screen(1, {0, 0, 1000, 800}, 1.0), screen(2, {1000, 0, 1000, 800}, 1.0),
+                      screen(3, {2000, 0, 1000, 800}, 3.0)};
+    server.addWindow(10, "Editor", 5, "On the third", {2100, 100, 300, 200});
+    auto root = refresh();
+    EXPECT_EQ(root->childCount(), 2u);
+    EXPECT_FLOAT_EQ(inventory.measures.maxBackingScale, 1.0f);
+    for (const auto& s : root->children()) EXPECT_TRUE(s->isLeaf());
+}
+
+TEST_F(InventoryTest, NoScreensKeepsTheLastMainScreenHeight) {
+    refresh();
+    server.screens.clear();
+    auto root = refresh();
+    EXPECT_TRUE(root->isLeaf());
+    EXPECT_FLOAT_EQ(inventory.measures.maxBackingScale, 0.0f);
+    EXPECT_FLOAT_EQ(inventory.measures.mainScreenHeight, 900.0f);
+}
+
+// ---- windows ----------------------------------------------------------------
+
+TEST_F(InventoryTest, WindowsAreFiledUnderTheirApplicationFrontToBack) {
+    server.addWindow(11, "Editor", 311, "Untitled", {100, 40, 800, 600});
+    server.addWindow(12, "Terminal", 400, "bash", {200, 100, 600, 400});
+    server.addWindow(13, "Editor", 311, "Notes", {300, 200, 400, 300}, 3);
+    auto s = refresh()->children()[0];
+    ASSERT_EQ(namesOf(s), (std::vector<std::string>{"Editor", "Terminal"}));
+    auto editor = s->children()[0];
+    EXPECT_EQ(editor->eidi, 311u);
+    EXPECT_EQ(namesOf(editor), (std::vector<std::string>{"Untitled", "Notes"}));
+    auto notes = editor->children()[1];
+    EXPECT_EQ(notes->eidi, 13u);
+    EXPECT_EQ(notes->windowLevel, 3);
+    EXPECT_EQ(notes->parent(), editor);
+    EXPECT_EQ(notes->screen1, s);
+    EXPECT_FALSE(notes->screen2);
+    EXPECT_FLOAT_EQ(notes->scaling, 2.0f);
+    EXPECT_FALSE(notes->isSystemWindow);
+}
+
+TEST_F(InventoryTest, UnshareableWindowsAndWindowsOffEveryScreenLeaveNoTrace) {
+    server.addWindow(11, "Plenavue", 50, "Main window", {0, 0, 400, 300}).sharingState = 0;
+    server.addWindow(12, "Editor", 60, "Far away", {5000, 5000, 100, 100});
+    EXPECT_TRUE(refresh()->children()[0]->isLeaf());
+
+    server.failDisplayLookup = true;
+    server.windows.clear();
+    server.addWindow(13, "Editor", 60, "Lookup fails", {0, 0, 100, 100});
+    EXPECT_TRUE(refresh()->children()[0]->isLeaf());
+}
+
+TEST_F(InventoryTest, MissingOrShortNamesTakeTheirFallbacks) {
+    server.addWindow(11, nullptr, 70, nullptr, {0, 0, 100, 100});
+    server.addWindow(12, "X", 80, "Y", {0, 0, 100, 100});
+    auto s = refresh()->children()[0];
+    ASSERT_EQ(namesOf(s), (std::vector<std::string>{"<no owner>", "<no owner>"}));
+    EXPECT_EQ(s->children()[0]->children()[0]->name, "<no title>");
+    EXPECT_EQ(s->children()[1]->children()[0]->name, "<no title>");
+}
+
+TEST_F(InventoryTest, IgnoringSystemWindowsDropsTheFourSystemOwners) {
+    for (const char* owner : {"Finder", "Dock", "Window Server", "SystemUIServer", "Editor"}) {
+        server.addWindow(static_cast<uint32_t>(server.windows.size() + 1), owner,
+                         static_cast<int32_t>(server.windows.size() + 100), "Oculith", {0, 0, 100, 100});
+    }
+    inventory.ignoreSystemWindows = true;
+    EXPECT_EQ(namesOf(refresh()->children()[0]), (std::vector<std::string>{"Editor"}));
+    EXPECT_FALSE(inventory.isUnwanted(std::nullopt));
+    EXPECT_FALSE(inventory.isUnwanted(std::string("dock")));  // exact, case-sensitive
+
+    inventory.ignoreSystemWindows = false;
+    EXPECT_EQ(refresh()->children()[0]->childCount(), 5u);
+    EXPECT_FALSE(inventory.isUnwanted(std::string("Dock")));
+}
+
+TEST_F(InventoryTest, SystemWindowRulesOfDockFinderAndWindowServer) {
+    server.addWindow(1, "Dock", 10, "Dock", {0, 850, 1440, 50}, 20);
+    server.addWindow(2, "Dock", 10, "Oculith", {100, 200, 300, 50}, 20);
+    server.addWindow(3, "Finder", 20, nullptr, {0, 0, 200, 200});
+    server.addWindow(4, "Finder", 20, "D", {0, 0, 200, 200});
+    server.addWindow(5, "Finder", 20, "Documents", {0, 0, 200, 200});
+    server.addWindow(6, "Window Server", 30, "Desktop", {0, 0, 1440, 900}, -2147483624);
+    server.addWindow(7, "SystemUIServer", 40, "Clock", {1300, 0, 140, 22}, 25);
+    server.addWindow(8, "Editor", 50, "Oculith", {100, 200, 300, 50});
+    auto s = refresh()->children()[0];
+
+    // The desktop window is never filed; its application node is pruned.
+    ASSERT_EQ(namesOf(s), (std::vector<std::string>{"Dock", "Finder", "SystemUIServer", "Editor"}));
+    auto dock = s->children()[0]->children();
+    EXPECT_TRUE(dock[0]->isSystemWindow);
+    EXPECT_EQ(dock[1]->dimensions, (Rect{80, 200, 340, 50}));
+    auto finder = s->children()[1]->children();
+    ASSERT_EQ(finder.size(), 3u);
+    EXPECT_TRUE(finder[0]->isSystemWindow);   // untitled
+    EXPECT_TRUE(finder[1]->isSystemWindow);   // one character: "<no title>"
+    EXPECT_FALSE(finder[2]->isSystemWindow);  // a real title
+    EXPECT_FALSE(s->children()[2]->children()[0]->isSystemWindow);
+    auto editorWindow = s->children()[3]->children()[0];
+    EXPECT_EQ(editorWindow->dimensions, (Rect{100, 200, 300, 50}));
+    EXPECT_FALSE(editorWindow->isSystemWindow);
+}
+
+TEST_F(InventoryTest, AWindowSpanningTwoScreensIsFiledUnderBoth) {
+    server.screens = {screen(1, {0, 0, 1440, 900}, 2.0), screen(2, {1440, 0, 1920, 1200}, 1.0)};
+    server.addWindow(21, "Editor", 311, "Wide", {1000, 100, 1000, 400});
+    server.addWindow(22, "Editor", 311, "Left", {0, 0, 100, 100});
+    auto root = refresh();
+    auto main = root->children()[0];
+    auto second = root->children()[1];
+    ASSERT_EQ(main->childCount(), 1u);
+    ASSERT_EQ(second->childCount(), 1u);
+    auto wide = main->children()[0]->children()[0];
+    EXPECT_EQ(wide, second->children()[0]->children()[0]);
+    EXPECT_EQ(wide->screen1, main);
+    EXPECT_EQ(wide->screen2, second);
+    EXPECT_FLOAT_EQ(wide->scaling, 2.0f);
+    EXPECT_EQ(wide->parent(), second->children()[0]);
+    EXPECT_EQ(main->children()[0]->childCount(), 2u);
+    EXPECT_EQ(second->children()[0]->eidi, 311u);
+}
+
+TEST_F(InventoryTest, ScreensWithoutWindowsStayAndEmptyApplicationsArePruned) {
+    server.screens = {screen(1, {0, 0, 1440, 900}, 2.0), screen(2, {1440, 0, 1920, 1200}, 1.0)};
+    server.addWindow(1, "Window Server", 30, "Desktop", {1440, -300, 1920, 1200});
+    auto root = refresh();
+    ASSERT_EQ(root->childCount(), 2u);
+    EXPECT_TRUE(root->children()[0]->isLeaf());
+    EXPECT_TRUE(root->children()[1]->isLeaf());
+}
+
+TEST_F(InventoryTest, TextOutlineIndentsTwoSpacesPerLevel) {
+    server.productNames[1] = "Color LCD";
+    server.addWindow(11, "Editor", 311, "Untitled", {100, 40, 800, 600});
+    EXPECT_EQ(inventoryToText(*refresh()),
+              "studio\n"
+              "  Color LCD (x:0, y:0, w:1440, h:900, retina, main)\n"
+              "    Editor (pid: 311)\n"
+              "      Untitled (x:100, y:40, w:800, h:600)\n");
+}
+
+// ---- ASCII names --------------------------------------------------------------
+
+TEST(AsciiNodeName, ReplacesEachNonAsciiCodePointWithOneSubstitute) {
+    EXPECT_EQ(asciiNodeName("Café – Menü", "f"), "Caf? ? Men?");
+    EXPECT_EQ(asciiNodeName("日本", "f"), "??");
+    EXPECT_EQ(asciiNodeName("😀", "fallback"), "fallback");  // one substitute is too short
+    EXPECT_EQ(asciiNodeName("a\xff", "f"), "a?");            // a stray byte counts as one character
+}
+
+TEST(AsciiNodeName, CutsAt127BytesAndAtNul) {
+    const std::string longTitle(200, 'x');
+    EXPECT_EQ(asciiNodeName(longTitle, "f"), std::string(127, 'x'));
+    EXPECT_EQ(asciiNodeName(std::string("ab\0cd", 5), "f"), "ab");
+    EXPECT_EQ(asciiNodeName(std::string("a\0cd", 4), "f"), "f");
+    EXPECT_EQ(asciiNodeName(std::string(126, 'x') + "é", "f"), std::string(126, 'x') + "?");
+}
+
+TEST(AsciiNodeName, FewerThanTwoCharactersGiveTheFallback) {
+    EXPECT_EQ(asciiNodeName("", "<no title>"), "<no title>");
+    EXPECT_EQ(asciiNodeName("Q", "<no title>"), "<no title>");
+    EXPECT_EQ(asciiNodeName("Qt", "<no title>"), "Qt");
+}
+
+}  // namespace
+}  // namespace pv
