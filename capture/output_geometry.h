@@ -1,0 +1,16 @@
+#pragma once
+// The canvas on which a list of windows is laid out: the frame of the one
+// screen they lie on, or of the two screens together, in pixels.
+
+#include <vector>
+
+#include "inventory/window_element.h"
+#include "platform/geometry.h"
+
+namespace pv {
+
+// Bottom-up pixels at maxBackingScale; the zero rectangle when no window has a screen.
+Rect getOutputRect(const std::vector<PVWindowElement::Ptr>& windows, const PVWindowElement& root,
+                   float maxBackingScale);
+
+}  // namespace pv
