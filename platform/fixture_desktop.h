@@ -1,0 +1,42 @@
+#pragma once
+// A desktop described in a JSON file (docs/fixture-desktop.md): screens,
+// windows with their pictures, and the desktop picture. Lets the whole
+// pipeline run without an X server, deterministically.
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "platform/window_server.h"
+
+namespace pv {
+
+// Bad fixture input: the message names the file, the key and the problem.
+struct FixtureError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+class FixtureDesktop : public WindowServer {
+public:
+    // Reads and checks the whole file; throws FixtureError.
+    static std::unique_ptr<FixtureDesktop> load(const std::string& path);
+    ~FixtureDesktop() override;
+
+    std::string hostName() override;
+    std::vector<ScreenListEntry> screenList() override;
+    std::optional<std::string> productName(uint32_t displayId) override;
+    std::vector<WindowListEntry> windowList() override;
+    std::optional<std::vector<uint32_t>> displaysOfRect(const Rect& bounds, uint32_t maxCount) override;
+    // Safe to call from several threads at once.
+    std::optional<Image> windowPicture(const std::optional<Rect>& bounds, uint32_t windowNumber,
+                                       bool framing) override;
+    std::optional<Image> desktopPicture() override;
+
+    struct Data;
+
+private:
+    explicit FixtureDesktop(std::unique_ptr<Data> data);
+    std::unique_ptr<Data> data_;
+};
+
+}  // namespace pv
