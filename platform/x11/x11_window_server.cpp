@@ -6,14 +6,7 @@
 #include <algorithm>
 #include <climits>
 
-#if __has_include("platform/drop_shadow.h")
 #include "platform/drop_shadow.h"
-#else
-namespace pv {
-// Until the shared drop shadow lands, framing leaves the picture as it is.
-inline Image addDropShadow(const Image& window, double) { return window; }
-}  // namespace pv
-#endif
 #include "platform/x11/desktop_layout.h"
 #include "platform/x11/drawable_reader.h"
 #include "platform/x11/window_pixels.h"

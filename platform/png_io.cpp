@@ -1,0 +1,119 @@
+#include "platform/png_io.h"
+
+#include <png.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace pv {
+
+namespace {
+
+struct FileCloser {
+    void operator()(FILE* f) const { std::fclose(f); }
+};
+
+// libpng reports errors through longjmp; these keep the reason.
+void onError(png_structp png, png_const_charp message) {
+    auto* reason = static_cast<std::string*>(png_get_error_ptr(png));
+    if (reason) *reason = message;
+    png_longjmp(png, 1);
+}
+void onWarning(png_structp, png_const_charp) {}
+
+void premultiply(Image& image) {
+    for (size_t i = 0; i < image.pixels.size(); i += 4) {
+        const unsigned a = image.pixels[i + 3];
+        if (a == 255) continue;
+        for (int c = 0; c < 3; ++c) image.pixels[i + c] = static_cast<uint8_t>((image.pixels[i + c] * a + 127) / 255);
+    }
+}
+
+}  // namespace
+
+std::optional<Image> readPNG(const std::string& path, std::string* error) {
+    std::unique_ptr<FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+    if (!file) {
+        *error = std::strerror(errno);
+        return std::nullopt;
+    }
+    std::string reason;
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &reason, onError, onWarning);
+    png_infop info = png ? png_create_info_struct(png) : nullptr;
+    if (!info) {
+        png_destroy_read_struct(&png, nullptr, nullptr);
+        *error = "out of memory";
+        return std::nullopt;
+    }
+    // Declared before setjmp so that a longjmp out of libpng leaves it intact.
+    auto image = std::make_unique<Image>();
+    std::vector<png_bytep> rows;
+    if (setjmp(png_jmpbuf(png))) {
+        png_destroy_read_struct(&png, &info, nullptr);
+        *error = reason.empty() ? "not a readable PNG file" : reason;
+        return std::nullopt;
+    }
+    png_init_io(png, file.get());
+    png_read_info(png, info);
+    // Whatever the file holds, read 8-bit RGBA.
+    png_set_expand(png);
+    png_set_strip_16(png);
+    png_set_gray_to_rgb(png);
+    png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
+    png_read_update_info(png, info);
+    const auto width = png_get_image_width(png, info);
+    const auto height = png_get_image_height(png, info);
+    *image = Image(static_cast<int>(width), static_cast<int>(height));
+    rows.resize(height);
+    for (png_uint_32 y = 0; y < height; ++y) rows[y] = image->row(static_cast<int>(y));
+    png_read_image(png, rows.data());
+    png_read_end(png, nullptr);
+    png_destroy_read_struct(&png, &info, nullptr);
+    premultiply(*image);
+    return std::move(*image);
+}
+
+std::vector<uint8_t> encodePNG(const Image& image) {
+    if (image.isNull()) return {};
+    // Straight alpha, as PNG stores it.
+    std::vector<uint8_t> straight(image.pixels);
+    for (size_t i = 0; i < straight.size(); i += 4) {
+        const unsigned a = straight[i + 3];
+        if (a == 255) continue;
+        for (int c = 0; c < 3; ++c) {
+            straight[i + c] = a == 0 ? 0 : static_cast<uint8_t>(std::min(255u, (straight[i + c] * 255u + a / 2) / a));
+        }
+    }
+
+    std::vector<uint8_t> out;
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png ? png_create_info_struct(png) : nullptr;
+    if (!info) {
+        png_destroy_write_struct(&png, nullptr);
+        return {};
+    }
+    std::vector<png_bytep> rows(static_cast<size_t>(image.height));
+    if (setjmp(png_jmpbuf(png))) {
+        png_destroy_write_struct(&png, &info);
+        return {};
+    }
+    png_set_write_fn(
+        png, &out,
+        [](png_structp p, png_bytep data, png_size_t length) {
+            auto* buffer = static_cast<std::vector<uint8_t>*>(png_get_io_ptr(p));
+            buffer->insert(buffer->end(), data, data + length);
+        },
+        nullptr);
+    png_set_IHDR(png, info, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), 8,
+                 PNG_COLOR_TYPE_RGBA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_set_compression_level(png, 6);
+    png_write_info(png, info);
+    for (int y = 0; y < image.height; ++y) rows[static_cast<size_t>(y)] = straight.data() + static_cast<size_t>(y) * image.width * 4;
+    png_write_image(png, rows.data());
+    png_write_end(png, nullptr);
+    png_destroy_write_struct(&png, &info);
+    return out;
+}
+
+}  // namespace pv
