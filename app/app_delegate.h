@@ -39,7 +39,7 @@ struct DocumentRun {
 };
 
 class AppDelegate : public QObject {
-    // (Q_OBJECT and signals come with the implementation)
+    Q_OBJECT
 
 public:
     AppDelegate(WindowServer& server, AppView& view, QObject* parent = nullptr);
@@ -105,6 +105,9 @@ public:
     void webSite();
     void installEventHandler();
 
+signals:
+    // A document run ended (also reported to the view).
+    void documentFinished(const QString& path, bool ok, const QString& reason);
 
 private:
     void startRun(const std::shared_ptr<DocumentRun>& run);
