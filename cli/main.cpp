@@ -13,8 +13,26 @@ int main(int argc, char** argv) {
     list->add_flag("--json", listOptions.json, "Print the tree as JSON");
     list->add_flag("--ignore-system", listOptions.ignoreSystem, "Leave out system windows");
 
+    pv::cli::CaptureOptions captureOptions;
+    auto* capture = app.add_subcommand("capture", "Capture every window into one layered PSD or a PNG");
+    capture->add_option("--desktop", captureOptions.desktop, "Fixture desktop (JSON) instead of the X display");
+    capture->add_option("--format", captureOptions.format, "grouped, ungrouped or png (default: stored setting)");
+    auto* output = capture->add_option("--output", captureOptions.outputFolder, "Folder to write a dated file into");
+    capture->add_option("--file", captureOptions.file, "File to write")->excludes(output);
+    auto* shadow = capture->add_flag_callback("--shadow", [&] { captureOptions.shadow = true; },
+                                              "Capture windows with their drop shadow");
+    capture->add_flag_callback("--no-shadow", [&] { captureOptions.shadow = false; },
+                               "Capture windows without a shadow")->excludes(shadow);
+    auto* ignore = capture->add_flag_callback("--ignore-system", [&] { captureOptions.ignoreSystem = true; },
+                                              "Leave out system windows (docks, desktop, notifications)");
+    capture->add_flag_callback("--keep-system", [&] { captureOptions.ignoreSystem = false; },
+                               "Keep system windows")->excludes(ignore);
+    capture->add_flag("--quiet,-q", captureOptions.quiet, "Print no status lines");
+
     CLI11_PARSE(app, argc, argv);
 
     if (list->parsed()) return pv::cli::runList(listOptions);
-    return pv::cli::runList(listOptions);
+    if (capture->parsed()) return pv::cli::runCapture(captureOptions);
+    std::cerr << app.help();
+    return 2;
 }
