@@ -1,0 +1,139 @@
+// The fixture desktop: what it reports of the shipped fixtures, the pictures
+// it makes, and how it rejects bad files.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "platform/drop_shadow.h"
+#include "platform/fixture_desktop.h"
+
+namespace pv {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string fixture(const std::string& name) { return std::string(PV_SOURCE_DIR) + "/fixtures/" + name; }
+
+const uint8_t* pixelAt(const Image& image, int x, int y) { return image.row(y) + static_cast<size_t>(x) * 4; }
+
+std::vector<int> rgba(const Image& image, int x, int y) {
+    const uint8_t* p = pixelAt(image, x, y);
+    return {p[0], p[1], p[2], p[3]};
+}
+
+TEST(FixtureDesktop, ReportsScreensWindowsAndDefaults) {
+    auto desktop = FixtureDesktop::load(fixture("two-screens.json"));
+    EXPECT_EQ(desktop->hostName(), "studio");
+    const auto screens = desktop->screenList();
+    ASSERT_EQ(screens.size(), 2u);
+    EXPECT_EQ(screens[1].frame, (Rect{1440, 0, 1920, 1200}));
+    EXPECT_EQ(desktop->productName(2), "Studio 24");
+    EXPECT_FALSE(desktop->productName(99));
+    const auto windows = desktop->windowList();
+    ASSERT_EQ(windows.size(), 4u);
+    EXPECT_EQ(windows[0].number, 51u);  // file order is front to back
+    EXPECT_EQ(windows[0].sharingState, 1);
+    EXPECT_EQ(windows[0].layer, 0);
+    EXPECT_EQ(windows[3].layer, 3);
+}
+
+TEST(FixtureDesktop, FillPicturesAreTheBoundsAtTheLargestScaleTheWindowTouches) {
+    auto desktop = FixtureDesktop::load(fixture("two-screens.json"));
+    auto across = desktop->windowPicture(std::nullopt, 51, false);  // on both screens: scale 2
+    ASSERT_TRUE(across);
+    EXPECT_EQ(across->width, 800);
+    EXPECT_EQ(across->height, 600);
+    EXPECT_EQ(rgba(*across, 10, 10), (std::vector<int>{200, 40, 40, 255}));
+    auto side = desktop->windowPicture(std::nullopt, 54, false);  // second screen only: scale 1
+    ASSERT_TRUE(side);
+    EXPECT_EQ(side->width, 600);
+    EXPECT_EQ(desktop->displaysOfRect({1240, 100, 400, 300}, 2), (std::vector<uint32_t>{1, 2}));
+}
+
+TEST(FixtureDesktop, PngAndNullPicturesAndUnknownWindows) {
+    auto one = FixtureDesktop::load(fixture("one-screen.json"));
+    auto photo = one->windowPicture(std::nullopt, 44, false);
+    ASSERT_TRUE(photo);
+    EXPECT_EQ(photo->width, 240);  // taken as it is, whatever the bounds
+    EXPECT_EQ(photo->height, 160);
+    EXPECT_NEAR(pixelAt(*photo, 0, 0)[3], 128, 1);  // the half-transparent border survives
+    EXPECT_EQ(pixelAt(*photo, 120, 80)[3], 255);
+    EXPECT_FALSE(one->windowPicture(std::nullopt, 12345, false));
+    auto busy = FixtureDesktop::load(fixture("busy-desktop.json"));
+    EXPECT_FALSE(busy->windowPicture(std::nullopt, 109, false));
+}
+
+TEST(FixtureDesktop, FramingAddsTheShadowMarginsAtThePictureScale) {
+    auto desktop = FixtureDesktop::load(fixture("one-screen.json"));
+    auto framed = desktop->windowPicture(std::nullopt, 41, true);
+    ASSERT_TRUE(framed);
+    const auto m = dropShadowMargins(2.0);
+    EXPECT_EQ(framed->width, 800 + m.left + m.right);
+    EXPECT_EQ(framed->height, 600 + m.top + m.bottom);
+    // Point margins as the shot rule derives them: 24 each side, 16 above.
+    EXPECT_DOUBLE_EQ((framed->width / 2.0 - 400) / 2, 24);
+    EXPECT_DOUBLE_EQ((framed->height / 2.0 - 300) / 3, 16);
+}
+
+TEST(FixtureDesktop, ComposedDesktopShowsWindowsFrontOverBackOnBlack) {
+    auto desktop = FixtureDesktop::load(fixture("busy-desktop.json"));
+    auto picture = desktop->desktopPicture();
+    ASSERT_TRUE(picture);
+    // Union of 1280x800 and 1600x1000 (top at -200) at scale 2.
+    EXPECT_EQ(picture->width, 5760);
+    EXPECT_EQ(picture->height, 2000);
+    const int top = 200 * 2;  // main screen's top edge
+    // "Café" (red) is in front of the Finder's desktop window (its own fill).
+    EXPECT_EQ(rgba(*picture, 2 * 150, top + 2 * 100), (std::vector<int>{255, 0, 0, 255}));
+    // The forbidden window (yellow, 200..500 x 200..400) is not drawn: the
+    // Finder's background window shows through where nothing else stands.
+    EXPECT_EQ(rgba(*picture, 2 * 490, top + 2 * 390), (std::vector<int>{60, 90, 130, 255}));
+    // Above the main screen, beside the taller second one: uncovered black.
+    EXPECT_EQ(rgba(*picture, 10, 10), (std::vector<int>{0, 0, 0, 255}));
+}
+
+TEST(FixtureDesktop, ConcurrentPicturesAreIdentical) {
+    auto desktop = FixtureDesktop::load(fixture("busy-desktop.json"));
+    const auto reference = desktop->windowPicture(std::nullopt, 108, true);
+    ASSERT_TRUE(reference);
+    std::vector<std::thread> threads;
+    std::atomic<int> mismatches{0};
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 3; ++i) {
+                auto p = desktop->windowPicture(std::nullopt, 108, true);
+                if (!p || p->pixels != reference->pixels) ++mismatches;
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(mismatches.load(), 0);
+}
+
+TEST(FixtureDesktop, BadFilesNameTheFileAndTheKey) {
+    const std::string bad = std::string(PV_SOURCE_DIR) + "/tests/fixtures/bad/";
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"malformed.json", "(file): malformed JSON"},
+        {"missing-bounds.json", "windows[0].bounds: missing"},
+        {"mistyped-scale.json", "screens[0].backingScaleFactor: must be a number"},
+        {"zero-display.json", "screens[1].displayId: must not be 0"},
+        {"missing-png.json", "windows[0].picture.png: cannot read"},
+        {"bad-fill.json", "windows[0].picture.fill[2]: is out of range"},
+        {"no-such-file.json", "(file): cannot be read"},
+    };
+    for (const auto& [file, expected] : cases) {
+        try {
+            FixtureDesktop::load(bad + file);
+            ADD_FAILURE() << file << " was accepted";
+        } catch (const FixtureError& e) {
+            const std::string message = e.what();
+            EXPECT_EQ(message.rfind(bad + file + ": ", 0), 0u) << message;
+            EXPECT_NE(message.find(expected), std::string::npos) << message;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace pv
