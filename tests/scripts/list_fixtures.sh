@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# plenavue list on every shipped fixture prints the tree we expect, its JSON
+# form carries the inventory's flags, and bad fixtures end with one clear line.
+set -euo pipefail
+: "${PLENAVUE:?}" "${PV_SOURCE_DIR:?}"
+work="$(mktemp -d)"
+trap 'rm -rf "$work"' EXIT
+export HOME="$work" XDG_CONFIG_HOME="$work/config"
+failures=0
+fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
+
+for name in one-screen two-screens busy-desktop; do
+  "$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/$name.json" >"$work/$name.txt"
+  diff -u "$PV_SOURCE_DIR/tests/expected/$name.txt" "$work/$name.txt" || fail "list of $name"
+done
+"$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/busy-desktop.json" --ignore-system >"$work/ignore.txt"
+diff -u "$PV_SOURCE_DIR/tests/expected/busy-desktop-ignore-system.txt" "$work/ignore.txt" || fail "--ignore-system"
+
+# The JSON tree: system windows flagged, the spanning window under both screens.
+"$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/busy-desktop.json" --json >"$work/busy.json"
+/usr/bin/python3 - "$work/busy.json" <<'PY' || fail "JSON tree"
+import json, sys
+root = json.load(open(sys.argv[1]))
+assert root["kind"] == 0 and root["name"] == "atelier", root["name"]
+main, second = root["children"]
+assert main["isMainDisplay"] and not second["isMainDisplay"]
+assert main["scaling"] == 2.0 and second["scaling"] == 1.0
+apps = {a["name"]: a for a in main["children"]}
+system = {(a, w["name"]): w["isSystemWindow"] for a in apps for w in apps[a]["children"]}
+assert system[("Dock", "Dock")] and system[("Dock", "Oculith")], system
+assert system[("Finder", "<no title>")] and not system[("Finder", "Documents")], system
+assert system[("Window Server", "Menubar")] and not system[("SystemUIServer", "Clock")], system
+assert apps["Dock"]["children"][1]["dimensions"] == [480, 600, 240, 100]
+wide = [w for a in second["children"] for w in a["children"] if w["name"] == "Wide panorama"]
+assert len(wide) == 1 and wide[0]["eidi"] == 108
+for node in (root, main, apps["Editor"], wide[0]):
+    assert set(node) >= {"kind", "eidi", "name", "displayName", "dimensions", "windowLevel", "scaling",
+                         "isMainDisplay", "isSystemWindow", "children"}, sorted(node)
+PY
+
+# Bad fixtures: a non-zero exit and one line naming the file.
+for bad in "$PV_SOURCE_DIR"/tests/fixtures/bad/*.json "$work/absent.json"; do
+  status=0
+  "$PLENAVUE" list --desktop "$bad" >"$work/out" 2>"$work/err" || status=$?
+  [ "$status" -ne 0 ] || fail "$bad accepted"
+  [ "$(wc -l <"$work/err")" -eq 1 ] || fail "$bad: expected one line, got: $(cat "$work/err")"
+  grep -qF "$bad: " "$work/err" || fail "$bad: message does not name the file: $(cat "$work/err")"
+  [ ! -s "$work/out" ] || fail "$bad: printed a tree"
+done
+
+[ "$failures" -eq 0 ] && echo "list: all fixtures as expected"
+exit "$failures"
