@@ -1,0 +1,300 @@
+#!/usr/bin/python3
+"""Check a PSD captured from a fixture desktop against what the fixture implies.
+
+Run with Debian's /usr/bin/python3 (python3-psd-tools, numpy, PIL). The
+expected document is worked out here from the fixture JSON alone: which
+windows are captured, under which application group, in which order, where
+each layer stands, its pixels, and the merged image. psd-tools reads the file.
+
+usage: check_capture.py FIXTURE.json FILE.psd grouped|ungrouped shadow|no-shadow [ignore-system]
+"""
+import json
+import math
+import os
+import sys
+
+import numpy as np
+from PIL import Image
+from psd_tools import PSDImage
+
+SYSTEM_OWNERS = ("Finder", "Dock", "Window Server", "SystemUIServer")
+
+
+def ascii_name(text, fallback):
+    out = "".join(c if ord(c) < 128 else "?" for c in text)
+    out = out.split("\0")[0][:127]
+    return out if len(out) > 1 else fallback
+
+
+class Desktop:
+    def __init__(self, path):
+        self.path = path
+        self.data = json.load(open(path))
+        self.screens = self.data["screens"]
+        self.main_height = self.screens[0]["frame"][3]
+
+    def flipped(self, screen):
+        x, y, w, h = screen["frame"]
+        return (x, self.main_height - y - h, w, h)
+
+    def touched(self, bounds):
+        """Ids of all screens whose flipped frames meet the bounds, in order."""
+        bx, by, bw, bh = bounds
+        ids = []
+        for s in self.screens:
+            x, y, w, h = self.flipped(s)
+            if bw > 0 and bh > 0 and bx < x + w and x < bx + bw and by < y + h and y < by + bh:
+                ids.append(s["displayId"])
+        return ids
+
+    def scale_of(self, display_id):
+        return next(s["backingScaleFactor"] for s in self.screens if s["displayId"] == display_id)
+
+    def picture(self, window):
+        """The window's own picture as float RGBA (straight), or None."""
+        pic = window["picture"]
+        if pic is None:
+            return None
+        if "png" in pic:
+            img = Image.open(os.path.join(os.path.dirname(self.path), pic["png"])).convert("RGBA")
+            return np.asarray(img).astype(np.float64)
+        ids = self.touched(window["bounds"])
+        scale = max(self.scale_of(i) for i in ids) if ids else max(s["backingScaleFactor"] for s in self.screens)
+        w, h = round(window["bounds"][2] * scale), round(window["bounds"][3] * scale)
+        return np.tile(np.array(pic["fill"], dtype=np.float64), (h, w, 1))
+
+    def picture_scale(self, window):
+        ids = self.touched(window["bounds"])
+        return max(self.scale_of(i) for i in ids) if ids else max(s["backingScaleFactor"] for s in self.screens)
+
+
+class Node:
+    def __init__(self, name, screen=None):
+        self.name = name
+        self.screen = screen
+        self.children = []
+
+
+def inventory(desktop, ignore_system):
+    """Screens > applications > windows, filed as the capture files them."""
+    screens = desktop.screens[:2]
+    tree = [(s, []) for s in screens]  # (screen, [apps])
+    for entry in desktop.data["windows"]:
+        if entry.get("sharingState", 1) == 0:
+            continue
+        owner = entry.get("ownerName")
+        if ignore_system and owner in SYSTEM_OWNERS:
+            continue
+        window = {
+            "entry": entry,
+            "name": ascii_name(entry.get("title", "<no title>"), "<no title>"),
+            "bounds": list(entry["bounds"]),
+            "level": entry.get("layer", 0),
+            "system": False,
+            "scaling": 0.0,
+            "parent": None,
+        }
+        ids = desktop.touched(entry["bounds"])[: min(len(screens), 2)]
+        slots = []
+        for display_id in ids:
+            match = [t for t in tree if t[0]["displayId"] == display_id]
+            if not match:
+                continue
+            screen, apps = match[0]
+            slots.append(screen)
+            window["scaling"] = max(s["backingScaleFactor"] for s in slots)
+            app = next((a for a in apps if a.pid == entry["ownerPID"]), None)
+            if app is None:
+                app = Node(ascii_name(owner if owner is not None else "<no owner>", "<no owner>"), screen)
+                app.pid = entry["ownerPID"]
+                apps.append(app)
+            window["parent"] = app
+            if app.name not in ("Dock", "Finder", "Window Server"):
+                app.children.append(window)
+                continue
+            if app.name == "Window Server" and window["name"] == "Desktop":
+                continue
+            if window["name"] == "Oculith":
+                window["bounds"][0] -= 20
+                window["bounds"][2] += 40
+            window["system"] = window["name"] == "<no title>" if app.name == "Finder" else True
+            app.children.append(window)
+    return [(screen, [a for a in apps if a.children]) for screen, apps in tree]
+
+
+def expected_layers(desktop, grouped, shadow, ignore_system):
+    tree = inventory(desktop, ignore_system)
+    s = max(x["backingScaleFactor"] for x in desktop.screens[:2])
+    collected = [w for _, apps in tree for a in apps for w in a.children]
+    if not grouped:
+        collected = sorted(collected, key=lambda w: -w["level"])  # stable
+    # Output rectangle x: the screens the windows lie on.
+    used = []
+    for w in collected:
+        for screen, apps in tree:
+            if any(w in a.children for a in apps) and screen not in used:
+                used.append(screen)
+    out_x = min(sc["frame"][0] for sc in used) * s if used else 0
+    top_offset = 0.0
+    if len(desktop.screens) > 1:
+        second = desktop.screens[1]["frame"]
+        if second[3] > desktop.main_height:
+            top_offset = second[3] - desktop.main_height + second[1]
+
+    layers = []
+    for w in collected:
+        pic = desktop.picture(w["entry"])
+        if pic is None:
+            continue
+        ph, pw = pic.shape[:2]
+        framed = shadow and not w["system"]
+        sx = sy = 0.0
+        mb = 0
+        if framed:
+            scale = desktop.picture_scale(w["entry"])
+            ml, mt, mb = round(24 * scale), round(16 * scale), round(32 * scale)
+            pw, ph = pw + 2 * ml, ph + mt + mb
+            sx = abs(pw / w["scaling"] - w["bounds"][2]) * 0.5
+            sy = abs(ph / w["scaling"] - w["bounds"][3]) / 3
+        x, y, bw, bh = w["bounds"]
+        if s * bw <= pw:
+            lw, lh = pw, ph
+        else:
+            lw, lh = bw * s, bh * s
+        left = s * x - out_x - sx
+        top = s * top_offset + s * y - sy
+        name = w["name"] if grouped else "%s - %s" % (w["parent"].name, w["name"])
+        layers.append({
+            "name": name, "group": w["parent"], "framed": framed, "stretched": s * bw > pw,
+            "fill": w["entry"]["picture"].get("fill"),
+            "box": (int(left), int(top), int(left + lw), int(top + lh)),
+            "bottom_margin": mb,
+        })
+    return layers
+
+
+def layer_pixels(layer):
+    psd = layer._psd
+    planes = {}
+    for info, data in zip(layer._record.channel_info, layer._channels):
+        planes[int(info.id)] = np.frombuffer(data.get_data(layer.width, layer.height, psd.depth, psd.version),
+                                             dtype=np.uint8).reshape(layer.height, layer.width)
+    return np.dstack([planes[0], planes[1], planes[2], planes[-1]])
+
+
+def merged_pixels(psd):
+    planes = psd._record.image_data.get_data(psd._record.header, True)
+    return np.dstack([np.frombuffer(p, dtype=np.uint8).reshape(psd.height, psd.width) for p in planes[:4]])
+
+
+def expected_desktop(desktop):
+    """Windows back to front over opaque black on the screens' union."""
+    s = max(x["backingScaleFactor"] for x in desktop.screens)
+    frames = [desktop.flipped(x) for x in desktop.screens]
+    minx, miny = min(f[0] for f in frames), min(f[1] for f in frames)
+    maxx, maxy = max(f[0] + f[2] for f in frames), max(f[1] + f[3] for f in frames)
+    canvas = np.zeros((round((maxy - miny) * s), round((maxx - minx) * s), 3))
+    for entry in reversed(desktop.data["windows"]):
+        if entry.get("sharingState", 1) == 0:
+            continue
+        pic = desktop.picture(entry)
+        if pic is None:
+            continue
+        x0, y0 = round((entry["bounds"][0] - minx) * s), round((entry["bounds"][1] - miny) * s)
+        h, w = pic.shape[:2]
+        cx0, cy0 = max(0, x0), max(0, y0)
+        cx1, cy1 = min(canvas.shape[1], x0 + w), min(canvas.shape[0], y0 + h)
+        if cx1 <= cx0 or cy1 <= cy0:
+            continue
+        src = pic[cy0 - y0:cy1 - y0, cx0 - x0:cx1 - x0]
+        a = src[:, :, 3:4] / 255.0
+        canvas[cy0:cy1, cx0:cx1] = src[:, :, :3] * a + canvas[cy0:cy1, cx0:cx1] * (1 - a)
+    return canvas
+
+
+def main(argv):
+    if len(argv) < 5:
+        sys.stderr.write(__doc__)
+        return 2
+    desktop = Desktop(argv[1])
+    psd = PSDImage.open(argv[2])
+    grouped = argv[3] == "grouped"
+    shadow = argv[4] == "shadow"
+    ignore = len(argv) > 5 and argv[5] == "ignore-system"
+    problems = []
+
+    expected = expected_layers(desktop, grouped, shadow, ignore)
+    # psd-tools lists the bottom of the stack first.
+    actual = []
+    if grouped:
+        groups = list(psd)
+        runs = []
+        for layer in reversed(expected):
+            if runs and runs[-1][0] is layer["group"]:
+                runs[-1][1].append(layer)
+            else:
+                runs.append((layer["group"], [layer]))
+        if len(groups) != len(runs):
+            problems.append("groups: expected %d, found %d" % (len(runs), len(groups)))
+        for group, (node, members) in zip(groups, runs):
+            if not group.is_group() or group.name != node.name:
+                problems.append("group %r (%s): expected a group named %r" % (group.name, group.kind, node.name))
+                continue
+            children = list(group)
+            if len(children) != len(members):
+                problems.append("group %r: expected %d layers, found %d" % (node.name, len(members), len(children)))
+            actual.extend(zip(children, members))
+    else:
+        layers = list(psd)
+        if any(l.is_group() for l in layers):
+            problems.append("ungrouped document holds a group")
+        if len(layers) != len(expected):
+            problems.append("layers: expected %d, found %d" % (len(expected), len(layers)))
+        actual = list(zip(layers, reversed(expected)))
+
+    for layer, want in actual:
+        box = (layer.left, layer.top, layer.right, layer.bottom)
+        if layer.name != want["name"]:
+            problems.append("layer name %r, expected %r" % (layer.name, want["name"]))
+        if any(abs(a - b) > 1 for a, b in zip(box, want["box"])):
+            problems.append("%s: box %s, expected %s" % (want["name"], box, want["box"]))
+        if want["fill"] is None or layer.width == 0:
+            continue
+        px = layer_pixels(layer)
+        h, w = px.shape[:2]
+        centre = px[h // 2, w // 2].astype(int)
+        fill = np.array(want["fill"])
+        if want["framed"] and fill[3] < 255:
+            # The shadow shows through a translucent window: only more opaque.
+            if centre[3] < fill[3] - 1:
+                problems.append("%s: centre pixel %s, expected at least alpha %d" % (want["name"], list(centre), fill[3]))
+        elif abs(centre[3] - fill[3]) > 1 or (fill[3] > 0 and np.abs(centre[:3] - fill[:3]).max() > 2):
+            problems.append("%s: centre pixel %s, expected %s" % (want["name"], list(centre), list(fill)))
+        if want["framed"] and not want["stretched"]:
+            # Just below the window's own bottom edge, inside the lower margin.
+            below = px[h - want["bottom_margin"] + 4, w // 2].astype(int)
+            corner = px[0, 0].astype(int)
+            if not (0 < below[3] < 255 and below[:3].max() <= 8):
+                problems.append("%s: no soft dark shadow below the window: %s" % (want["name"], list(below)))
+            if corner[3] != 0:
+                problems.append("%s: shadow corner not clear: %s" % (want["name"], list(corner)))
+
+    if "desktop" not in desktop.data:
+        merged = merged_pixels(psd).astype(int)
+        want = expected_desktop(desktop)
+        if merged.shape[:2] != want.shape[:2]:
+            problems.append("merged image %s, expected %s" % (merged.shape[:2], want.shape[:2]))
+        else:
+            diff = np.abs(merged[:, :, :3] - want).max()
+            if diff > 2 or merged[:, :, 3].min() != 255:
+                problems.append("merged image differs from the desktop by up to %d" % diff)
+
+    for p in problems:
+        print("MISMATCH %s: %s" % (os.path.basename(argv[2]), p))
+    if not problems:
+        print("ok %s: %d layers" % (os.path.basename(argv[2]), len(actual)))
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
