@@ -1,0 +1,149 @@
+// The outline's rows over an inventory tree.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "inventory/qt/outline_model.h"
+#include "tests/app/sample_tree.h"
+
+using namespace pv;
+
+namespace {
+
+// Every index of the model, depth-first pre-order.
+std::vector<QModelIndex> allRows(const OutlineModel& model, const QModelIndex& parent = {}) {
+    std::vector<QModelIndex> rows;
+    for (int r = 0; r < model.rowCount(parent); ++r) {
+        const QModelIndex i = model.index(r, 0, parent);
+        rows.push_back(i);
+        const auto below = allRows(model, i);
+        rows.insert(rows.end(), below.begin(), below.end());
+    }
+    return rows;
+}
+
+}  // namespace
+
+TEST(OutlineModel, RowZeroIsTheRootAndRowsFollowTheChildren) {
+    const auto t = test::sampleTree();
+    OutlineModel model;
+    model.setRoot(t.root);
+
+    ASSERT_EQ(model.rowCount(), 1);
+    EXPECT_EQ(model.columnCount(), 1);
+    const QModelIndex root = model.index(0, 0);
+    EXPECT_EQ(model.nodeAt(root), t.root);
+    EXPECT_FALSE(model.parent(root).isValid());
+    EXPECT_FALSE(model.index(1, 0).isValid());
+    EXPECT_FALSE(model.index(0, 1).isValid());
+
+    ASSERT_EQ(model.rowCount(root), 2);
+    const QModelIndex left = model.index(0, 0, root);
+    const QModelIndex right = model.index(1, 0, root);
+    EXPECT_EQ(model.nodeAt(left), t.left);
+    EXPECT_EQ(model.nodeAt(right), t.right);
+    EXPECT_EQ(model.parent(right), root);
+
+    // The shared window has a row under each screen's application.
+    const QModelIndex rightEditor = model.index(0, 0, right);
+    ASSERT_EQ(model.rowCount(rightEditor), 1);
+    const QModelIndex acrossOnRight = model.index(0, 0, rightEditor);
+    EXPECT_EQ(model.nodeAt(acrossOnRight), t.across);
+    EXPECT_EQ(model.parent(acrossOnRight), rightEditor);
+    EXPECT_EQ(model.parent(model.parent(acrossOnRight)), right);
+
+    // An application without windows and a window are leaves.
+    const QModelIndex terminal = model.index(1, 0, right);
+    EXPECT_EQ(model.nodeAt(terminal), t.terminal);
+    EXPECT_FALSE(model.hasChildren(terminal));
+    EXPECT_TRUE(model.hasChildren(rightEditor));
+    EXPECT_EQ(allRows(model).size(), 11u);
+    EXPECT_EQ(model.nodeAt(QModelIndex()), nullptr);
+}
+
+TEST(OutlineModel, RowTextIsTheDisplayName) {
+    const auto t = test::sampleTree();
+    OutlineModel model;
+    model.setRoot(t.root);
+    for (const QModelIndex& i : allRows(model)) {
+        EXPECT_EQ(model.data(i).toString().toStdString(), model.nodeAt(i)->displayName());
+    }
+    const QModelIndex left = model.index(0, 0, model.index(0, 0));
+    EXPECT_EQ(model.data(left).toString(), QStringLiteral("Left (x:0, y:0, w:1440, h:900, non-retina, main)"));
+    EXPECT_EQ(model.data(model.index(0, 0)).toString(), QStringLiteral("studio"));
+}
+
+TEST(OutlineModel, EveryRowIsSelectableAndNoneIsEditable) {
+    const auto t = test::sampleTree();
+    OutlineModel model;
+    model.setRoot(t.root);
+    for (const QModelIndex& i : allRows(model)) {
+        const auto f = model.flags(i);
+        EXPECT_TRUE(f.testFlag(Qt::ItemIsSelectable)) << model.data(i).toString().toStdString();
+        EXPECT_TRUE(f.testFlag(Qt::ItemIsEnabled));
+        EXPECT_FALSE(f.testFlag(Qt::ItemIsEditable));
+    }
+    EXPECT_FALSE(model.setData(model.index(0, 0), QStringLiteral("renamed")));
+    EXPECT_EQ(model.data(model.index(0, 0)).toString(), QStringLiteral("studio"));
+}
+
+TEST(OutlineModel, IndexPathOfTheFirstRowInPreOrder) {
+    const auto t = test::sampleTree();
+    OutlineModel model;
+    model.setRoot(t.root);
+
+    EXPECT_EQ(model.indexPathOf(t.root), (std::vector<int>{0}));
+    EXPECT_EQ(model.indexPathOf(t.photo), (std::vector<int>{0, 0, 1, 0}));
+    EXPECT_EQ(model.indexPathOf(t.terminal), (std::vector<int>{0, 1, 1}));
+    // A window filed under two screens: the path under the first screen.
+    EXPECT_EQ(model.indexPathOf(t.across), (std::vector<int>{0, 0, 0, 0}));
+    const QModelIndex across = model.indexOf(t.across.get());
+    EXPECT_EQ(model.nodeAt(model.parent(model.parent(across))), t.left);
+    // An equal-looking node that is not in the tree has no row.
+    const auto stranger = test::makeNode(PVElementKindWindow, "Across", {1240, 100, 400, 300}, 51);
+    EXPECT_TRUE(model.indexPathOf(stranger).empty());
+    EXPECT_FALSE(model.indexOf(stranger.get()).isValid());
+    EXPECT_TRUE(model.indexPathOf(nullptr).empty());
+
+    // Paths lead back to the same rows.
+    for (const QModelIndex& i : allRows(model)) {
+        const auto path = model.indexPathOf(model.nodeAt(i));
+        EXPECT_EQ(model.nodeAt(model.indexAt(path)), model.nodeAt(i));
+    }
+    EXPECT_FALSE(model.indexAt({0, 2}).isValid());
+    EXPECT_FALSE(model.indexAt({-1}).isValid());
+}
+
+TEST(OutlineModel, SetRootResetsTheRows) {
+    auto t = test::sampleTree();
+    OutlineModel model;
+    EXPECT_EQ(model.rowCount(), 0);
+    int resets = 0;
+    QObject::connect(&model, &QAbstractItemModel::modelReset, [&resets] { ++resets; });
+
+    model.setRoot(t.root);
+    EXPECT_EQ(resets, 1);
+    EXPECT_EQ(model.root(), t.root);
+
+    // A new tree replaces every row, even where the old one had more.
+    auto fresh = test::makeNode(PVElementKindRoot, "studio");
+    auto only = test::makeNode(PVElementKindScreen, "Only", {0, 0, 800, 600}, 9);
+    fresh->addChild(only);
+    model.setRoot(fresh);
+    EXPECT_EQ(resets, 2);
+    ASSERT_EQ(model.rowCount(model.index(0, 0)), 1);
+    EXPECT_EQ(model.nodeAt(model.index(0, 0, model.index(0, 0))), only);
+    EXPECT_TRUE(model.indexPathOf(t.across).empty());
+
+    // The rows are those of the tree at setRoot: a later change shows only
+    // after the next reset.
+    fresh->addChild(test::makeNode(PVElementKindScreen, "Late", {}, 10));
+    EXPECT_EQ(model.rowCount(model.index(0, 0)), 1);
+    model.setRoot(fresh);
+    EXPECT_EQ(model.rowCount(model.index(0, 0)), 2);
+
+    model.setRoot(nullptr);
+    EXPECT_EQ(resets, 4);
+    EXPECT_EQ(model.rowCount(), 0);
+    EXPECT_EQ(model.root(), nullptr);
+}
