@@ -16,6 +16,43 @@
 
 namespace pv {
 
+namespace {
+
+void fillRect(Image& image, int32_t x, int32_t y, int32_t width, int32_t height, uint8_t r, uint8_t g, uint8_t b,
+              uint8_t a) {
+    for (int32_t row = std::max(0, y); row < std::min(image.height, y + height); ++row) {
+        uint8_t* p = image.row(row);
+        for (int32_t col = std::max(0, x); col < std::min(image.width, x + width); ++col) {
+            p[col * 4] = r;
+            p[col * 4 + 1] = g;
+            p[col * 4 + 2] = b;
+            p[col * 4 + 3] = a;
+        }
+    }
+}
+
+// Draws src (premultiplied) with its top-left at (left, top) over dest,
+// touching only the clip rectangle.
+void drawClipped(Image& dest, const Image& src, int32_t left, int32_t top, int32_t clipX, int32_t clipY,
+                 int32_t clipWidth, int32_t clipHeight) {
+    const int32_t x0 = std::max({0, left, clipX});
+    const int32_t y0 = std::max({0, top, clipY});
+    const int32_t x1 = std::min({dest.width, left + src.width, clipX + clipWidth});
+    const int32_t y1 = std::min({dest.height, top + src.height, clipY + clipHeight});
+    for (int32_t y = y0; y < y1; ++y) {
+        const uint8_t* s = src.row(y - top);
+        uint8_t* d = dest.row(y);
+        for (int32_t x = x0; x < x1; ++x) {
+            const uint8_t* sp = s + (x - left) * 4;
+            uint8_t* dp = d + x * 4;
+            const unsigned alpha = sp[3];
+            for (int c = 0; c < 4; ++c) dp[c] = static_cast<uint8_t>(sp[c] + (dp[c] * (255 - alpha) + 127) / 255);
+        }
+    }
+}
+
+}  // namespace
+
 using namespace x11;
 
 namespace {
@@ -126,7 +163,47 @@ std::optional<Image> X11WindowServer::cutToRect(const Image& picture, uint32_t w
 std::optional<Image> X11WindowServer::desktopPicture() {
     std::lock_guard lock(mutex_);
     conn_->drainEvents();
-    return pixels_->root();
+    auto picture = pixels_->root();
+    if (picture) leaveOutUnshared(*picture);
+    return picture;
+}
+
+// The screen shows our own windows (and any whose owner forbids capture);
+// the desktop picture must not. Where one stands, the picture is painted
+// again from the other windows' own pixels, back to front, over black.
+void X11WindowServer::leaveOutUnshared(Image& desktop) {
+    const DesktopLayout layout = layoutFor(boxes(monitors()), readBackingScale(*conn_));
+    const auto windows = readWindowList(*conn_, layout, hasXRes_);
+    struct Placed {
+        xcb_window_t frame;
+        int32_t x, y, width, height;
+    };
+    const auto place = [this](uint32_t number) -> std::optional<Placed> {
+        auto frame = frameOf(*conn_, number);
+        if (!frame) return std::nullopt;
+        auto g = conn_->get(xcb_get_geometry_reply, xcb_get_geometry(conn_->raw(), *frame));
+        if (!g) return std::nullopt;
+        const int32_t border = 2 * g->border_width;
+        return Placed{*frame, g->x, g->y, g->width + border, g->height + border};
+    };
+    for (const WindowListEntry& hidden : windows) {
+        if (hidden.sharingState != 0) continue;
+        const auto area = place(hidden.number);
+        if (!area) continue;
+        fillRect(desktop, area->x, area->y, area->width, area->height, 0, 0, 0, 255);
+        for (auto it = windows.rbegin(); it != windows.rend(); ++it) {
+            if (it->sharingState == 0) continue;
+            const auto other = place(it->number);
+            if (!other) continue;
+            if (other->x >= area->x + area->width || area->x >= other->x + other->width ||
+                other->y >= area->y + area->height || area->y >= other->y + other->height) {
+                continue;
+            }
+            if (auto pixels = pixels_->frame(other->frame)) {
+                drawClipped(desktop, *pixels, other->x, other->y, area->x, area->y, area->width, area->height);
+            }
+        }
+    }
 }
 
 void X11WindowServer::setSharedMemory(bool on) {

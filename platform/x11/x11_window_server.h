@@ -47,6 +47,7 @@ private:
     std::vector<x11::X11Monitor> monitors();
     std::optional<Image> windowPixels(uint32_t windowNumber);
     std::optional<Image> cutToRect(const Image& frame, uint32_t windowNumber, const Rect& bounds);
+    void leaveOutUnshared(Image& desktop);
 
     mutable std::mutex mutex_;
     std::unique_ptr<x11::X11Connection> conn_;

@@ -6,6 +6,7 @@
 #include "capture/window_collection.h"
 #include "capture/window_shot.h"
 #include "inventory/inventory.h"
+#include "platform/x11/no_capture_mark.h"
 #include "platform/x11/x11_window_server.h"
 #include "tests/x11/x11_test_support.h"
 
@@ -85,6 +86,33 @@ TEST(InventoryOnX11, AWindowDestroyedBeforeItsPictureIsLeftOut) {
             EXPECT_EQ(w->shot->width, 200);
         }
     }
+}
+
+TEST(InventoryOnX11, OurOwnWindowsAreLeftOutOfTheDesktopPicture) {
+    XvfbSession session;
+    std::string error;
+    auto server = X11WindowServer::connect(session.display(), &error);
+    ASSERT_TRUE(server) << error;
+    makeFilledWindow(session.connection(), 24, 100, 100, 200, 150, 0xff0000, "below");
+    const xcb_window_t ours = makeFilledWindow(session.connection(), 24, 150, 120, 200, 150, 0x0000ff, "ours");
+    markWindowNoCapture(session.connection(), ours);
+    xcb_flush(session.connection());
+    ASSERT_TRUE(waitForTitles(*server, {"below", "ours"}));
+    ASSERT_TRUE(XvfbSession::waitFor([&] {
+        const auto list = server->windowList();
+        const auto* e = entryTitled(list, "ours");
+        return e && e->sharingState == 0;
+    }));
+
+    const auto desktop = server->desktopPicture();
+    ASSERT_TRUE(desktop);
+    const auto at = [&](int x, int y) {
+        const uint8_t* p = desktop->row(y) + x * 4;
+        return std::vector<int>{p[0], p[1], p[2], p[3]};
+    };
+    EXPECT_EQ(at(200, 200), (std::vector<int>{255, 0, 0, 255}));  // the window below, where ours stands
+    EXPECT_EQ(at(320, 250), (std::vector<int>{0, 0, 0, 255}));    // nothing below ours there
+    EXPECT_EQ(at(120, 110), (std::vector<int>{255, 0, 0, 255}));  // untouched elsewhere
 }
 
 }  // namespace
