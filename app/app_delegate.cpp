@@ -77,6 +77,7 @@ bool AppDelegate::isUnwanted(const std::optional<std::string>& ownerName) {
 void AppDelegate::refresh() {
     refreshScreenList();
     refreshWindows();
+    view_.setTree(root());
     if (!view_.isMainWindowVisible()) return;
     view_.reloadOutline(root());
     auto picture = server_.desktopPicture();

@@ -24,6 +24,9 @@ public:
     // Main window: whether it is on screen; reload the outline from root and
     // expand every row; show a picture in the preview; fit the preview.
     virtual bool isMainWindowVisible() const = 0;
+    // The outline takes up a new tree whether or not it is on screen, so that
+    // its row 0 is always the current root; rows are not expanded.
+    virtual void setTree(const PVWindowElement::Ptr& root) = 0;
     virtual void reloadOutline(const PVWindowElement::Ptr& root) = 0;
     virtual void setPreviewImage(const ImagePtr& image) = 0;
     virtual void fitAll() = 0;

@@ -59,6 +59,8 @@ void GuiView::setBusyControls(bool busy) {
 
 bool GuiView::isMainWindowVisible() const { return window_.isVisible(); }
 
+void GuiView::setTree(const PVWindowElement::Ptr& root) { window_.setTree(root); }
+
 void GuiView::reloadOutline(const PVWindowElement::Ptr& root) { window_.reloadOutline(root); }
 
 void GuiView::setPreviewImage(const ImagePtr& image) { window_.renderView()->setImage(image); }

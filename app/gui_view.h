@@ -42,6 +42,7 @@ public:
     void setStatus(const std::string& text) override;
     void setBusyControls(bool busy) override;
     bool isMainWindowVisible() const override;
+    void setTree(const PVWindowElement::Ptr& root) override;
     void reloadOutline(const PVWindowElement::Ptr& root) override;
     void setPreviewImage(const ImagePtr& image) override;
     void fitAll() override;

@@ -23,6 +23,7 @@ public:
     void setStatus(const std::string& text) override;
     void setBusyControls(bool) override {}
     bool isMainWindowVisible() const override { return false; }
+    void setTree(const PVWindowElement::Ptr&) override {}
     void reloadOutline(const PVWindowElement::Ptr&) override {}
     void setPreviewImage(const ImagePtr&) override {}
     void fitAll() override {}

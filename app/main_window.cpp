@@ -97,6 +97,12 @@ void MainWindow::reloadOutline(const std::shared_ptr<PVWindowElement>& root) {
     quietSelection_ = false;
 }
 
+void MainWindow::setTree(const std::shared_ptr<PVWindowElement>& root) {
+    quietSelection_ = true;
+    model_->setRoot(root);
+    quietSelection_ = false;
+}
+
 void MainWindow::selectOnly(const QModelIndex& index) {
     quietSelection_ = true;
     outline_->selectionModel()->setCurrentIndex(

@@ -43,6 +43,8 @@ public:
     // Shows a new tree in the outline with every row expanded; the selection
     // is cleared without a selectionChanged signal.
     void reloadOutline(const std::shared_ptr<PVWindowElement>& root);
+    // The new tree without expanding it (the window may be hidden).
+    void setTree(const std::shared_ptr<PVWindowElement>& root);
     // Selects exactly the row of index, without a selectionChanged signal.
     void selectOnly(const QModelIndex& index);
 
