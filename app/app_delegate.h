@@ -11,6 +11,8 @@
 
 #include <QObject>
 
+class QSettings;
+
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -92,6 +94,9 @@ public:
 
     // Application shell (tray, dialogs, keys): set by the desktop application.
     ShellView* shell = nullptr;
+    // Where the settings are read at start and written at quit; none: the
+    // person's own store (organisation "Veltrano", application "Plenavue").
+    QSettings* settingsStore = nullptr;
     void awakeFromNib();
     void applicationDidFinishLaunching();
     void applicationWillTerminate();

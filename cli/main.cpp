@@ -1,6 +1,7 @@
 // plenavue: the tray application, and its command-line front ends.
 #include <CLI/CLI.hpp>
 
+#include "app/tray_app.h"
 #include "cli/commands.h"
 
 int main(int argc, char** argv) {
@@ -33,6 +34,6 @@ int main(int argc, char** argv) {
 
     if (list->parsed()) return pv::cli::runList(listOptions);
     if (capture->parsed()) return pv::cli::runCapture(captureOptions);
-    std::cerr << app.help();
-    return 2;
+    // No subcommand: the desktop application.
+    return pv::runTrayApp(argc, argv);
 }

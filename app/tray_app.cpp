@@ -1,0 +1,134 @@
+#include "app/tray_app.h"
+
+#include <QApplication>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QSoundEffect>
+#include <QTimer>
+#include <QUrl>
+
+#include <iostream>
+
+#include "app/about_dialog.h"
+#include "app/app_delegate.h"
+#include "app/gui_view.h"
+#include "app/hot_key_filter.h"
+#include "app/main_window.h"
+#include "app/preferences_dialog.h"
+#include "app/qt_shell.h"
+#include "app/quit_on_signal.h"
+#include "app/tray.h"
+#include "platform/x11/no_capture_mark.h"
+#include "platform/x11/x11_window_server.h"
+
+namespace pv {
+
+namespace {
+
+// Our own windows never appear in a capture, wherever they stand.
+void keepOutOfCaptures(std::initializer_list<QWidget*> windows) {
+    auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (!x11) return;
+    for (QWidget* w : windows) markWindowNoCapture(x11->connection(), static_cast<uint32_t>(w->winId()));
+}
+
+// Screen changes come in bursts (a monitor added moves the others too):
+// refresh once, shortly after the last.
+void refreshOnScreenChanges(QApplication& app, AppDelegate& delegate, QTimer& settle) {
+    settle.setSingleShot(true);
+    settle.setInterval(200);
+    QObject::connect(&settle, &QTimer::timeout, &delegate, [&delegate] { delegate.didChangeScreenParameters(); });
+    const auto watch = [&settle](QScreen* screen) {
+        QObject::connect(screen, &QScreen::geometryChanged, &settle, qOverload<>(&QTimer::start));
+    };
+    for (QScreen* screen : QGuiApplication::screens()) watch(screen);
+    QObject::connect(&app, &QGuiApplication::screenAdded, &settle, [&settle, watch](QScreen* screen) {
+        watch(screen);
+        settle.start();
+    });
+    QObject::connect(&app, &QGuiApplication::screenRemoved, &settle, qOverload<>(&QTimer::start));
+    QObject::connect(&app, &QGuiApplication::primaryScreenChanged, &settle, qOverload<>(&QTimer::start));
+}
+
+}  // namespace
+
+int runTrayApp(int argc, char** argv) {
+    QApplication app(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setApplicationName("Plenavue");
+    QApplication::setOrganizationName("Veltrano");
+    QApplication::setDesktopFileName("plenavue");
+
+    std::string error;
+    auto server = X11WindowServer::connect("", &error);
+    if (!server) {
+        std::cerr << "plenavue: " << error << '\n';
+        return 1;
+    }
+
+    MainWindow window;
+    GuiView view(window);
+    AppDelegate delegate(*server, view);
+    QApplication::setWindowIcon(QIcon(":/plenavue.svg"));
+    QtShell shell(delegate);
+    delegate.shell = &shell;
+    view.connectToController(delegate);
+    keepOutOfCaptures({&window, &shell.preferencesDialog(), &shell.aboutDialog()});
+
+    // The capture sound plays on its own; without an audio device it is silent.
+    QSoundEffect sound;
+    sound.setSource(QUrl("qrc:/d800.wav"));
+    view.onPlaySound = [&sound] { sound.play(); };
+
+    Tray tray(delegate);
+    view.onDocumentFinished = [&](const std::string& path, bool ok, const std::string& reason) {
+        if (window.isVisible()) return;  // the status line says it already
+        if (ok) {
+            tray.notify("Capture saved", QString::fromStdString(path), false);
+        } else {
+            tray.notify("Capture failed", QString::fromStdString(reason), true);
+        }
+    };
+
+    std::unique_ptr<HotKeyFilter> hotKeys;
+    shell.hotKeyInstaller = [&] {
+        std::vector<std::string> held;
+        hotKeys = HotKeyFilter::install(delegate, &held);
+        if (!hotKeys) {
+            std::cerr << "plenavue: hot keys need an X11 session; use the tray menu instead\n";
+            return;
+        }
+        for (const auto& combination : held) {
+            const std::string text = combination + " is already used by another program; that hot key is off.";
+            std::cerr << "plenavue: " << text << '\n';
+            tray.notify("Hot key unavailable", QString::fromStdString(text), true);
+        }
+    };
+
+    QTimer screenSettle;
+    refreshOnScreenChanges(app, delegate, screenSettle);
+
+    // Quit, Ctrl+Q, a signal and the end of the session all end the event
+    // loop; the settings are stored on the way out.
+    QuitOnSignal onSignal;
+    QObject::connect(&onSignal, &QuitOnSignal::quitRequested, &app, &QApplication::quit);
+    QObject::connect(&tray, &Tray::quitRequested, &app, &QApplication::quit);
+    QObject::connect(&window, &MainWindow::quitRequested, &app, &QApplication::quit);
+    QObject::connect(&app, &QGuiApplication::commitDataRequest, &app, [](QSessionManager&) { QApplication::quit(); });
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] {
+        delegate.applicationWillTerminate();
+    });
+
+    delegate.awakeFromNib();
+    tray.show();
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+        std::cerr << "plenavue: this desktop has no system tray; showing the main window instead\n";
+        window.show();
+    }
+    QTimer::singleShot(0, &delegate, [&delegate] { delegate.applicationDidFinishLaunching(); });
+    const int code = app.exec();
+    hotKeys.reset();
+    return code;
+}
+
+}  // namespace pv
