@@ -313,11 +313,23 @@ TEST_F(GuiWithController, RefreshButtonFillsTheOutlineAndThePreview) {
     EXPECT_EQ(window_.renderView()->image(), delegate_->compositeImage);
     EXPECT_LT(window_.renderView()->scale(), 1.0f);  // the desktop is fitted into the pane
 
-    // Hidden, a refresh leaves the outline as it was.
+    // Hidden, a refresh hands over the new tree (a hot-key capture selects
+    // its row 0) but does not open its rows.
     window_.hide();
     delegate_->refresh();
     EXPECT_NE(delegate_->root(), root);
-    EXPECT_EQ(window_.outlineModel()->root(), root);
+    EXPECT_EQ(window_.outlineModel()->root(), delegate_->root());
+    EXPECT_FALSE(window_.outline()->isExpanded(window_.outlineModel()->index(0, 0)));
+}
+
+TEST_F(GuiWithController, HotKeyCaptureWithTheWindowHiddenWritesEveryWindow) {
+    delegate_->settings.outputFormat = GroupedPSD;
+    delegate_->settings.outputFolder = dir_.string();
+    delegate_->capture();
+    ASSERT_TRUE(waitFor([&] { return !finished_.empty(); }));
+    ASSERT_TRUE(finished_.back().ok) << finished_.back().reason;
+    EXPECT_TRUE(std::filesystem::exists(finished_.back().path));
+    EXPECT_FALSE(window_.isVisible());
 }
 
 TEST_F(GuiWithController, ChoosingARowPreviewsItWhileSaveAndRefreshWait) {
