@@ -1,5 +1,8 @@
 #include "app/gui_view.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
 #include <QDir>
 #include <QFileDialog>
 #include <QItemSelectionModel>
@@ -78,6 +81,14 @@ void GuiView::raiseMainWindow() {
     window_.show();
     window_.raise();
     window_.activateWindow();
+    // The flag change may have made a new native window: let the shell mark it.
+    if (onRaised) onRaised();
+    // The refresh that follows takes the desktop picture; give the window
+    // manager a moment to map and list the window, so that the picture can
+    // leave it out instead of showing a half-drawn copy of it.
+    QElapsedTimer waited;
+    waited.start();
+    while (waited.elapsed() < 300) QCoreApplication::processEvents(QEventLoop::AllEvents, 30);
 }
 
 std::vector<PVWindowElement::Ptr> GuiView::selectedNodes() const {

@@ -33,6 +33,8 @@ public:
     // block), and hears of every finished document (tray notifications).
     std::function<void()> onPlaySound;
     std::function<void(const std::string& path, bool ok, const std::string& reason)> onDocumentFinished;
+    // Called when the main window has been raised (its native window may be new).
+    std::function<void()> onRaised;
     // The output folder the save dialog starts in; none: the home folder.
     std::function<std::optional<std::string>()> outputFolder;
     // The save dialog itself: (parent, caption, preset path, filter) -> the

@@ -5,6 +5,7 @@
 #include <QScreen>
 #include <QSoundEffect>
 #include <QTimer>
+#include <QWindow>
 #include <QUrl>
 
 #include <iostream>
@@ -25,11 +26,21 @@ namespace pv {
 
 namespace {
 
-// Our own windows never appear in a capture, wherever they stand.
-void keepOutOfCaptures(std::initializer_list<QWidget*> windows) {
+// Our own windows never appear in a capture, wherever they stand: the main
+// window, the dialogs and the tray's message balloons alike. Called again
+// whenever a new native window may have appeared.
+void keepOutOfCaptures() {
     auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
     if (!x11) return;
-    for (QWidget* w : windows) markWindowNoCapture(x11->connection(), static_cast<uint32_t>(w->winId()));
+    for (QWidget* w : QApplication::topLevelWidgets()) {
+        if (!w->isWindow()) continue;
+        w->winId();  // makes the native window if there is none yet
+        // The window handle knows the current native window, also after a
+        // change of flags has replaced it.
+        if (QWindow* handle = w->windowHandle()) {
+            markWindowNoCapture(x11->connection(), static_cast<uint32_t>(handle->winId()));
+        }
+    }
 }
 
 // Screen changes come in bursts (a monitor added moves the others too):
@@ -73,7 +84,8 @@ int runTrayApp(int argc, char** argv) {
     QtShell shell(delegate);
     delegate.shell = &shell;
     view.connectToController(delegate);
-    keepOutOfCaptures({&window, &shell.preferencesDialog(), &shell.aboutDialog()});
+    keepOutOfCaptures();
+    view.onRaised = [] { keepOutOfCaptures(); };
 
     // The capture sound plays on its own; without an audio device it is silent.
     QSoundEffect sound;
@@ -88,6 +100,7 @@ int runTrayApp(int argc, char** argv) {
         } else {
             tray.notify("Capture failed", QString::fromStdString(reason), true);
         }
+        keepOutOfCaptures();
     };
 
     std::unique_ptr<HotKeyFilter> hotKeys;
@@ -102,6 +115,7 @@ int runTrayApp(int argc, char** argv) {
             const std::string text = combination + " is already used by another program; that hot key is off.";
             std::cerr << "plenavue: " << text << '\n';
             tray.notify("Hot key unavailable", QString::fromStdString(text), true);
+            keepOutOfCaptures();
         }
     };
 
