@@ -1,0 +1,242 @@
+// The application shell around the controller: settings at start and quit,
+// the first launch, the preferences and about dialogs, and their keys.
+#include <QApplication>
+#include <QButtonGroup>
+#include <QCheckBox>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QRadioButton>
+#include <QSettings>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "app/about_dialog.h"
+#include "app/app_delegate.h"
+#include "app/headless_view.h"
+#include "app/localized.h"
+#include "app/preferences_dialog.h"
+#include "app/qt_shell.h"
+#include "app/tray.h"
+#include "platform/fixture_desktop.h"
+
+using namespace pv;
+namespace fs = std::filesystem;
+
+namespace {
+
+const char* kNoFolderAlert = "No output folder selected.\n\nAfter taking a screenshot, you will be prompted for a file name.";
+
+// The command-line view, keeping the alerts it is asked to show.
+class RecordingView : public HeadlessView {
+public:
+    RecordingView() : HeadlessView([] { return PVWindowElement::Ptr(); }) { verbose = false; }
+    void showAlert(const std::string& message) override { alerts.push_back(message); }
+    std::vector<std::string> alerts;
+};
+
+void pressEscape(QWidget* w) {
+    QKeyEvent press(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
+    QApplication::sendEvent(w, &press);
+}
+
+class Shell : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("pv-shell-" + std::to_string(::getpid()) + "-" +
+                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_ / "pictures");
+        store_ = std::make_unique<QSettings>(QString::fromStdString((dir_ / "settings.ini").string()),
+                                             QSettings::IniFormat);
+        desktop_ = FixtureDesktop::load(std::string(PV_SOURCE_DIR) + "/fixtures/one-screen.json");
+        delegate_ = std::make_unique<AppDelegate>(*desktop_, view_);
+        delegate_->settingsStore = store_.get();
+        shell_ = std::make_unique<QtShell>(*delegate_);
+        delegate_->shell = shell_.get();
+        shell_->folderChooser = [this](const std::optional<std::string>& start) {
+            chooserStarts_.push_back(start);
+            return chooserAnswer_;
+        };
+        shell_->urlOpener = [this](const std::string& url) { opened_.push_back(url); };
+    }
+    void TearDown() override {
+        shell_.reset();
+        delegate_.reset();
+        store_.reset();
+        fs::remove_all(dir_);
+    }
+
+    // Quits and starts again on the same store, as the next launch would.
+    void relaunch() {
+        delegate_->applicationWillTerminate();
+        delegate_ = std::make_unique<AppDelegate>(*desktop_, view_);
+        delegate_->settingsStore = store_.get();
+        delegate_->shell = shell_.get();
+        delegate_->awakeFromNib();
+    }
+
+    fs::path dir_;
+    std::unique_ptr<QSettings> store_;
+    std::unique_ptr<FixtureDesktop> desktop_;
+    RecordingView view_;
+    std::unique_ptr<AppDelegate> delegate_;
+    std::unique_ptr<QtShell> shell_;
+    std::optional<std::string> chooserAnswer_;
+    std::vector<std::optional<std::string>> chooserStarts_;
+    std::vector<std::string> opened_;
+};
+
+// ---- settings and first launch ------------------------------------------------
+
+TEST_F(Shell, FirstLaunchHasTheDefaultsAndAsksForAFolderAtOnce) {
+    delegate_->awakeFromNib();
+    EXPECT_TRUE(delegate_->settings.shadow);
+    EXPECT_FALSE(delegate_->settings.ignoreSystemWindows);
+    EXPECT_EQ(delegate_->settings.outputFormat, UngroupedPSD);
+    EXPECT_FALSE(delegate_->settings.outputFolder);
+    EXPECT_FALSE(delegate_->settings.shownIntro);
+
+    delegate_->applicationDidFinishLaunching();
+    EXPECT_TRUE(shell_->preferencesDialog().isVisible());
+    ASSERT_EQ(chooserStarts_.size(), 1u);  // the folder chooser opened over the preferences
+    EXPECT_EQ(view_.alerts, (std::vector<std::string>{kNoFolderAlert}));  // and was cancelled
+    EXPECT_TRUE(delegate_->settings.shownIntro);
+
+    relaunch();
+    EXPECT_TRUE(store_->value("shownIntro").toBool());
+    delegate_->applicationDidFinishLaunching();
+    EXPECT_EQ(chooserStarts_.size(), 1u);  // not asked again
+}
+
+TEST_F(Shell, ChosenFolderIsShownAndKeptAcrossLaunches) {
+    delegate_->awakeFromNib();
+    chooserAnswer_ = (dir_ / "pictures").string();
+    delegate_->preferences();
+    delegate_->prefsPick();
+    EXPECT_EQ(delegate_->settings.outputFolder, chooserAnswer_);
+    EXPECT_EQ(shell_->preferencesDialog().folderField()->text().toStdString(), *chooserAnswer_);
+    EXPECT_TRUE(view_.alerts.empty());
+
+    // Cancelling with a folder set changes nothing and says nothing.
+    chooserAnswer_.reset();
+    delegate_->prefsPick();
+    EXPECT_EQ(delegate_->settings.outputFolder, (dir_ / "pictures").string());
+    EXPECT_TRUE(view_.alerts.empty());
+
+    relaunch();
+    EXPECT_EQ(delegate_->settings.outputFolder, (dir_ / "pictures").string());
+}
+
+TEST_F(Shell, BookmarkWinsOverThePathEvenWhenItsFolderIsGone) {
+    store_->setValue("output", QString::fromStdString((dir_ / "pictures").string()));
+    store_->setValue("outputBookmark", QByteArray("/no/such/folder"));
+    delegate_->awakeFromNib();
+    EXPECT_FALSE(delegate_->settings.outputFolder);
+
+    store_->setValue("outputBookmark", QByteArray::fromStdString((dir_ / "pictures").string()));
+    store_->setValue("output", QString("/somewhere/else"));
+    delegate_->awakeFromNib();
+    EXPECT_EQ(delegate_->settings.outputFolder, (dir_ / "pictures").string());
+}
+
+TEST_F(Shell, QuittingWithoutAFolderRemovesThePathAndKeepsAnEarlierBookmark) {
+    store_->setValue("outputBookmark", QByteArray::fromStdString((dir_ / "pictures").string()));
+    store_->setValue("output", QString::fromStdString((dir_ / "pictures").string()));
+    delegate_->awakeFromNib();
+    delegate_->settings.outputFolder.reset();
+    delegate_->settings.outputFormat = PNG;
+    delegate_->settings.shadow = false;
+    delegate_->applicationWillTerminate();
+    EXPECT_FALSE(store_->contains("output"));
+    EXPECT_EQ(store_->value("outputBookmark").toByteArray().toStdString(), (dir_ / "pictures").string());
+    EXPECT_EQ(store_->value("format").toInt(), PNG);
+    EXPECT_FALSE(store_->value("shadow").toBool());
+
+    relaunch();  // the earlier folder comes back through its bookmark
+    EXPECT_EQ(delegate_->settings.outputFolder, (dir_ / "pictures").string());
+}
+
+// ---- preferences ----------------------------------------------------------------
+
+TEST_F(Shell, PreferencesShowTheSettingsAndActAtOnce) {
+    delegate_->awakeFromNib();
+    delegate_->settings.outputFormat = PNG;
+    delegate_->preferences();
+    PreferencesDialog& prefs = shell_->preferencesDialog();
+    EXPECT_EQ(prefs.folderField()->text(), "< No folder selected >");
+    EXPECT_TRUE(prefs.shadowField()->isChecked());
+    EXPECT_FALSE(prefs.ignoreField()->isChecked());
+    ASSERT_EQ(prefs.formatField()->buttons().size(), 3);
+    EXPECT_TRUE(prefs.formatField()->button(PNG)->isChecked());
+    // Radio buttons stand in value order: grouped, ungrouped, PNG.
+    EXPECT_TRUE(prefs.formatField()->button(0)->text().startsWith("Grouped PSD"));
+    EXPECT_TRUE(prefs.formatField()->button(1)->text().startsWith("Ungrouped PSD"));
+    EXPECT_TRUE(prefs.formatField()->button(2)->text().startsWith("PNG"));
+
+    prefs.formatField()->button(GroupedPSD)->click();
+    EXPECT_EQ(delegate_->settings.outputFormat, GroupedPSD);
+    const auto before = delegate_->root();
+    prefs.ignoreField()->click();
+    EXPECT_TRUE(delegate_->settings.ignoreSystemWindows);
+    EXPECT_NE(delegate_->root(), before);  // the inventory was refreshed
+    prefs.shadowField()->click();
+    EXPECT_FALSE(delegate_->settings.shadow);
+
+    prefs.folderButton()->click();
+    EXPECT_EQ(chooserStarts_.size(), 1u);
+    EXPECT_EQ(view_.alerts, (std::vector<std::string>{kNoFolderAlert}));
+}
+
+TEST_F(Shell, DoneAndEscapeCloseThePreferencesWithoutChangingSettings) {
+    delegate_->awakeFromNib();
+    delegate_->preferences();
+    PreferencesDialog& prefs = shell_->preferencesDialog();
+    ASSERT_TRUE(prefs.isVisible());
+    const Settings before = delegate_->settings;
+    pressEscape(&prefs);
+    EXPECT_FALSE(prefs.isVisible());
+    delegate_->preferences();
+    prefs.doneButton()->click();
+    EXPECT_FALSE(prefs.isVisible());
+    EXPECT_EQ(delegate_->settings.outputFormat, before.outputFormat);
+    EXPECT_EQ(delegate_->settings.shadow, before.shadow);
+}
+
+// ---- about and links --------------------------------------------------------------
+
+TEST_F(Shell, AboutShowsTheTableTextsEachTimeAndLinksOpenTheirAddresses) {
+    for (const char* key : {"NSAbout", "NSVersion", "NSStoreURL", "NSFeedbackURL", "NSHomeURL"}) {
+        EXPECT_NE(localizedString(key), key) << key << " is missing from the table";
+    }
+    EXPECT_EQ(localizedString("NoSuchKey"), "NoSuchKey");
+
+    AboutDialog& about = shell_->aboutDialog();
+    for (int i = 0; i < 2; ++i) {
+        delegate_->about();
+        EXPECT_TRUE(about.isVisible());
+        EXPECT_EQ(about.aboutField()->text().toStdString(), localizedString("NSAbout"));
+        EXPECT_EQ(about.versionField()->text().toStdString(), localizedString("NSVersion"));
+        pressEscape(&about);
+        EXPECT_FALSE(about.isVisible());
+    }
+
+    delegate_->moreApps();
+    delegate_->feedback();
+    delegate_->webSite();
+    EXPECT_EQ(opened_, (std::vector<std::string>{localizedString("NSStoreURL"), localizedString("NSFeedbackURL"),
+                                                 localizedString("NSHomeURL")}));
+    EXPECT_EQ(opened_[2].rfind("https://", 0), 0u);
+}
+
+TEST(TrayText, ToolTipNamesBothHotKeys) {
+    const QString tip = Tray::toolTipText();
+    EXPECT_TRUE(tip.contains("Capture all:")) << tip.toStdString();
+    EXPECT_TRUE(tip.contains("Shift+Super+5"));
+    EXPECT_TRUE(tip.contains("Capture selected:"));
+    EXPECT_TRUE(tip.contains("Shift+Super+6"));
+}
+
+}  // namespace
