@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# `make run`: on a reachable X display, capture it into ~/Pictures/Plenavue;
-# without one, capture a private demo desktop (scripts/demo-desktop.sh).
+# `make run`: on a reachable X display, start the tray application; without
+# one, capture a private demo desktop (scripts/demo-desktop.sh) into a PSD.
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 bin="${1:-$here/build/plenavue}"
@@ -9,10 +9,10 @@ display_reachable() {
   [ -n "${DISPLAY:-}" ] && xdpyinfo >/dev/null 2>&1
 }
 
-# What `make run` does on the user's own display. This is the one place that
-# changes when the tray application is the thing to start.
+# On the user's own display: the tray application (Shift+Super+5 captures).
 run_on_display() {
-  exec "$bin" capture --format grouped --output "$HOME/Pictures/Plenavue"
+  echo "Plenavue runs in the system tray: Shift+Super+5 captures everything, Shift+Super+6 lets you choose." >&2
+  exec "$bin"
 }
 
 if display_reachable; then
