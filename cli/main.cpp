@@ -7,6 +7,9 @@
 int main(int argc, char** argv) {
     CLI::App app{"Plenavue: a layered picture of the whole desktop", "plenavue"};
     app.require_subcommand(0, 1);
+    app.set_version_flag("--version", std::string("plenavue ") + PLENAVUE_VERSION);
+    app.footer("Without a subcommand, Plenavue starts in the system tray:\n"
+               "Shift+Super+5 captures every window, Shift+Super+6 opens the window chooser.");
 
     pv::cli::ListOptions listOptions;
     auto* list = app.add_subcommand("list", "Print the inventory of screens, applications and windows");
