@@ -29,7 +29,10 @@ Q_GUI_EXPORT bool qt_sendShortcutOverrideEvent(QObject* o, ulong timestamp, int 
                                                const QString& text = QString(), bool autorep = false,
                                                ushort count = 1);
 
+#include "tests/app/wait_for.h"
+
 using namespace pv;
+using pv::test::waitFor;
 namespace fs = std::filesystem;
 
 namespace {
@@ -38,17 +41,6 @@ void pressKey(QWidget* widget, Qt::Key key, Qt::KeyboardModifiers mods = Qt::NoM
     if (qt_sendShortcutOverrideEvent(widget, 0, key, mods)) return;
     QKeyEvent press(QEvent::KeyPress, key, mods);
     QApplication::sendEvent(widget, &press);
-}
-
-bool waitFor(const std::function<bool()>& done) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > 60000) return false;  // a hang, not a speed check
-        QApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(1);
-    }
-    return true;
 }
 
 // Every index of the outline, top to bottom.

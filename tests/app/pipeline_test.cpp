@@ -16,7 +16,10 @@
 #include "platform/fixture_desktop.h"
 #include "tests/app/psd_outline.h"
 
+#include "tests/app/wait_for.h"
+
 using namespace pv;
+using pv::test::waitFor;
 namespace fs = std::filesystem;
 
 namespace {
@@ -45,17 +48,6 @@ const char* kBrokenOnly = R"({
   "windows": [ { "number": 14, "ownerName": "Broken", "ownerPID": 533, "title": "Gone",
                  "bounds": [20, 20, 50, 50], "picture": null } ]
 })";
-
-bool waitFor(const std::function<bool()>& done) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > 60000) return false;  // a hang, not a speed check
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(1);
-    }
-    return true;
-}
 
 class Pipeline : public ::testing::Test {
 protected:
