@@ -2,7 +2,6 @@
 
 #include <QApplication>
 #include <QGuiApplication>
-#include <QScreen>
 #include <QSoundEffect>
 #include <QTimer>
 #include <QWindow>
@@ -18,6 +17,7 @@
 #include "app/preferences_dialog.h"
 #include "app/qt_shell.h"
 #include "app/quit_on_signal.h"
+#include "app/screen_change_watcher.h"
 #include "app/tray.h"
 #include "platform/x11/no_capture_mark.h"
 #include "platform/x11/x11_window_server.h"
@@ -41,24 +41,6 @@ void keepOutOfCaptures() {
             markWindowNoCapture(x11->connection(), static_cast<uint32_t>(handle->winId()));
         }
     }
-}
-
-// Screen changes come in bursts (a monitor added moves the others too):
-// refresh once, shortly after the last.
-void refreshOnScreenChanges(QApplication& app, AppDelegate& delegate, QTimer& settle) {
-    settle.setSingleShot(true);
-    settle.setInterval(200);
-    QObject::connect(&settle, &QTimer::timeout, &delegate, [&delegate] { delegate.didChangeScreenParameters(); });
-    const auto watch = [&settle](QScreen* screen) {
-        QObject::connect(screen, &QScreen::geometryChanged, &settle, qOverload<>(&QTimer::start));
-    };
-    for (QScreen* screen : QGuiApplication::screens()) watch(screen);
-    QObject::connect(&app, &QGuiApplication::screenAdded, &settle, [&settle, watch](QScreen* screen) {
-        watch(screen);
-        settle.start();
-    });
-    QObject::connect(&app, &QGuiApplication::screenRemoved, &settle, qOverload<>(&QTimer::start));
-    QObject::connect(&app, &QGuiApplication::primaryScreenChanged, &settle, qOverload<>(&QTimer::start));
 }
 
 }  // namespace
@@ -119,8 +101,11 @@ int runTrayApp(int argc, char** argv) {
         }
     };
 
-    QTimer screenSettle;
-    refreshOnScreenChanges(app, delegate, screenSettle);
+    ScreenChangeWatcher screens;
+    screens.watch(app);
+    QObject::connect(&screens, &ScreenChangeWatcher::settled, &delegate, [&delegate] {
+        delegate.didChangeScreenParameters();
+    });
 
     // Quit, Ctrl+Q, a signal and the end of the session all end the event
     // loop; the settings are stored on the way out.
