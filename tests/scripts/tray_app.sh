@@ -47,9 +47,10 @@ sleep 1
 printf '[General]\nshownIntro=true\nformat=0\nshadow=false\noutput=%s\n' "$work/out" >"$conf"
 "$PLENAVUE" >"$work/second.log" 2>&1 &
 app=$!
-sleep 3
-xdotool key shift+super+6  # the main window on screen, so that leaving it out is tested
-wait_for xdotool search --onlyvisible --name '^Plenavue$' || fail "Shift+Super+6 showed no main window"
+# The main window on screen, so that leaving it out is tested; the key is
+# pressed until the program has started and grabbed it.
+wait_for sh -c 'xdotool key shift+super+6; sleep 0.2; xdotool search --onlyvisible --name "^Plenavue\$"' ||
+  fail "Shift+Super+6 showed no main window"
 xdotool key shift+super+5
 wait_for sh -c "ls '$work/out'/*.psd" || fail "Shift+Super+5 wrote nothing: $(cat "$work/second.log")"
 sleep 0.5
