@@ -1,6 +1,8 @@
 // Capturing a 3840x2160 X desktop with 8 real client windows into a grouped
 // PSD: how long taking the pictures, preparing the layers and writing the
-// file take. Runs on a private Xvfb with openbox that it starts and stops.
+// file take, and how long the whole capture command takes through the
+// controller (inventory, shots, parallel preparation, writer). Runs on a
+// private Xvfb with openbox that it starts and stops.
 //
 // usage: bench_x11_capture [runs] [folder] [--keep]
 #include <chrono>
@@ -14,6 +16,11 @@
 #include <thread>
 #include <vector>
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
+#include "app/app_delegate.h"
+#include "app/headless_view.h"
 #include "document/layer_element.h"
 #include "document/layer_preparation.h"
 #include "document/psd_writer.h"
@@ -79,9 +86,34 @@ std::vector<LayerPtr> groupedLayers(const std::vector<Shot>& shots) {
     return layers;
 }
 
+// The capture command as the hot key runs it: refresh, desktop picture, every
+// window's shot, layers prepared in parallel, the writer; until the file is done.
+double captureThroughController(X11WindowServer& server, const std::string& folder, bool shadow) {
+    std::unique_ptr<AppDelegate> delegate;
+    HeadlessView view([&delegate] { return delegate ? delegate->root() : nullptr; });
+    view.verbose = false;
+    delegate = std::make_unique<AppDelegate>(server, view);
+    delegate->settings.outputFormat = GroupedPSD;
+    delegate->settings.shadow = shadow;
+    delegate->settings.outputFolder = folder;
+    const auto start = Clock::now();
+    delegate->capture();
+    QElapsedTimer limit;
+    limit.start();
+    while (!view.outcome && limit.elapsed() < 120000) QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    const double ms = msSince(start);
+    if (!view.outcome || !view.outcome->ok) {
+        std::fprintf(stderr, "controller capture failed: %s\n", view.outcome ? view.outcome->reason.c_str() : "timeout");
+        return -1;
+    }
+    std::filesystem::remove(view.outcome->path);
+    return ms;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
     int runs = 3;
     std::string folder = std::filesystem::temp_directory_path().string();
     bool keep = false;
@@ -144,6 +176,14 @@ int main(int argc, char** argv) {
                         "write %.1f ms, total %.1f ms; file %.1f MB\n",
                         run, shared ? "MIT-SHM" : "GetImage", pictureMs, shots.size(), pixelsMB, prepareMs, writeMs,
                         pictureMs + prepareMs + writeMs, double(std::filesystem::file_size(path)) / 1e6);
+        }
+    }
+    for (int run = 1; run <= runs; ++run) {
+        for (bool shadow : {false, true}) {
+            const double ms = captureThroughController(*server, folder, shadow);
+            if (ms < 0) return 1;
+            std::printf("run %d (controller, %s): capture command to a complete grouped PSD %.1f ms\n", run,
+                        shadow ? "with shadows" : "no shadows", ms);
         }
     }
     if (keep) std::printf("kept %s\n", path.c_str());
