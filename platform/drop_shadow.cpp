@@ -11,28 +11,45 @@ namespace {
 constexpr double kSidePoints = 24;
 constexpr double kTopPoints = 16;
 constexpr double kBottomPoints = 32;
-constexpr double kOpacity = 0.45;
+constexpr float kPeak = 0.45f * 255;  // alpha where the shadow is darkest
 
-// One pass of a running-sum box blur along rows (or columns, with the strides
-// swapped); three passes come close to a Gaussian.
-void boxBlur(std::vector<float>& v, int length, int count, size_t step, size_t lineStride, int radius) {
-    if (radius <= 0) return;
-    std::vector<float> line(static_cast<size_t>(length));
+// One pass of a running-sum box blur along each row of src into dst, zero
+// beyond the edges.
+void blurRows(const std::vector<float>& src, std::vector<float>& dst, int width, int height, int radius) {
     const float norm = 1.0f / static_cast<float>(2 * radius + 1);
-    for (int n = 0; n < count; ++n) {
-        float* base = v.data() + static_cast<size_t>(n) * lineStride;
-        for (int i = 0; i < length; ++i) line[static_cast<size_t>(i)] = base[static_cast<size_t>(i) * step];
+    for (int y = 0; y < height; ++y) {
+        const float* in = src.data() + static_cast<size_t>(y) * width;
+        float* out = dst.data() + static_cast<size_t>(y) * width;
         float sum = 0;
-        for (int i = -radius; i <= radius; ++i) {
-            if (i >= 0 && i < length) sum += line[static_cast<size_t>(i)];
+        for (int x = 0; x <= radius && x < width; ++x) sum += in[x];
+        for (int x = 0; x < width; ++x) {
+            out[x] = sum * norm;
+            if (x - radius >= 0) sum -= in[x - radius];
+            if (x + radius + 1 < width) sum += in[x + radius + 1];
         }
-        for (int i = 0; i < length; ++i) {
-            base[static_cast<size_t>(i) * step] = sum * norm;
-            const int out = i - radius;
-            const int in = i + radius + 1;
-            if (out >= 0) sum -= line[static_cast<size_t>(out)];
-            if (in < length) sum += line[static_cast<size_t>(in)];
-        }
+    }
+}
+
+// The same along each column, a whole row at a time so that memory is read in
+// order: sums holds the running total of every column at once.
+void blurColumns(const std::vector<float>& src, std::vector<float>& dst, int width, int height, int radius) {
+    const auto w = static_cast<size_t>(width);
+    std::vector<float> sums(w, 0.0f);
+    const float norm = 1.0f / static_cast<float>(2 * radius + 1);
+    const auto add = [&](int y) {
+        const float* row = src.data() + static_cast<size_t>(y) * w;
+        for (size_t x = 0; x < w; ++x) sums[x] += row[x];
+    };
+    const auto subtract = [&](int y) {
+        const float* row = src.data() + static_cast<size_t>(y) * w;
+        for (size_t x = 0; x < w; ++x) sums[x] -= row[x];
+    };
+    for (int y = 0; y <= radius && y < height; ++y) add(y);
+    for (int y = 0; y < height; ++y) {
+        float* out = dst.data() + static_cast<size_t>(y) * w;
+        for (size_t x = 0; x < w; ++x) out[x] = sums[x] * norm;
+        if (y - radius >= 0) subtract(y - radius);
+        if (y + radius + 1 < height) add(y + radius + 1);
     }
 }
 
@@ -44,7 +61,7 @@ ShadowMargins dropShadowMargins(double scale) {
 }
 
 Image addDropShadow(const Image& window, double scale) {
-    if (window.isNull()) return window;
+    if (window.isNull() || !(scale > 0)) return window;
     const ShadowMargins m = dropShadowMargins(scale);
     const int w = window.width + m.left + m.right;
     const int h = window.height + m.top + m.bottom;
@@ -60,21 +77,32 @@ Image addDropShadow(const Image& window, double scale) {
         for (int x = 0; x < window.width; ++x) dst[x] = src[x * 4 + 3] / 255.0f;
     }
     const int radius = std::max(1, static_cast<int>(std::lround(6 * scale)));
+    // Three box passes each way come close to a Gaussian; the two buffers
+    // take turns as source and destination.
+    std::vector<float> spare(alpha.size());
     for (int pass = 0; pass < 3; ++pass) {
-        boxBlur(alpha, w, h, 1, static_cast<size_t>(w), radius);
-        boxBlur(alpha, h, w, static_cast<size_t>(w), 1, radius);
+        blurRows(alpha, spare, w, h, radius);
+        alpha.swap(spare);
+    }
+    for (int pass = 0; pass < 3; ++pass) {
+        blurColumns(alpha, spare, w, h, radius);
+        alpha.swap(spare);
     }
 
     // Shadow first, then the window over it (source-over, premultiplied).
     Image out(w, h);
     for (size_t i = 0; i < alpha.size(); ++i) {
-        out.pixels[i * 4 + 3] = static_cast<uint8_t>(std::lround(std::clamp(alpha[i], 0.0f, 1.0f) * kOpacity * 255));
+        out.pixels[i * 4 + 3] = static_cast<uint8_t>(std::clamp(alpha[i], 0.0f, 1.0f) * kPeak + 0.5f);
     }
     for (int y = 0; y < window.height; ++y) {
         const uint8_t* src = window.row(y);
         uint8_t* dst = out.row(y + m.top) + static_cast<size_t>(m.left) * 4;
         for (int x = 0; x < window.width * 4; x += 4) {
             const unsigned a = src[x + 3];
+            if (a == 255) {
+                std::copy(src + x, src + x + 4, dst + x);
+                continue;
+            }
             for (int c = 0; c < 4; ++c) {
                 dst[x + c] = static_cast<uint8_t>(src[x + c] + (dst[x + c] * (255 - a) + 127) / 255);
             }
