@@ -2,6 +2,8 @@
 
 #include <png.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -30,48 +32,65 @@ void premultiply(Image& image) {
     }
 }
 
-}  // namespace
+// Pictures of more pixels than this (1 GiB as RGBA) are refused, not allocated.
+constexpr uint64_t kMaxPixels = uint64_t{1} << 28;
 
-std::optional<Image> readPNG(const std::string& path, std::string* error) {
-    std::unique_ptr<FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-    if (!file) {
-        *error = std::strerror(errno);
-        return std::nullopt;
-    }
-    std::string reason;
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &reason, onError, onWarning);
+// Decodes the open file into *image; false with *reason on failure. Nothing in
+// this frame changes between setjmp and a longjmp out of libpng, and the C++
+// objects live with the caller.
+bool decode(FILE* file, Image* image, std::vector<png_bytep>* rows, std::string* reason) {
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, reason, onError, onWarning);
     png_infop info = png ? png_create_info_struct(png) : nullptr;
     if (!info) {
         png_destroy_read_struct(&png, nullptr, nullptr);
-        *error = "out of memory";
-        return std::nullopt;
+        *reason = "out of memory";
+        return false;
     }
-    // Declared before setjmp so that a longjmp out of libpng leaves it intact.
-    auto image = std::make_unique<Image>();
-    std::vector<png_bytep> rows;
     if (setjmp(png_jmpbuf(png))) {
         png_destroy_read_struct(&png, &info, nullptr);
-        *error = reason.empty() ? "not a readable PNG file" : reason;
-        return std::nullopt;
+        if (reason->empty()) *reason = "not a readable PNG file";
+        return false;
     }
-    png_init_io(png, file.get());
+    png_init_io(png, file);
     png_read_info(png, info);
-    // Whatever the file holds, read 8-bit RGBA.
+    // Whatever the file holds, read 8-bit RGBA, interlaced or not.
     png_set_expand(png);
-    png_set_strip_16(png);
+    png_set_scale_16(png);
     png_set_gray_to_rgb(png);
     png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
+    png_set_interlace_handling(png);
     png_read_update_info(png, info);
-    const auto width = png_get_image_width(png, info);
-    const auto height = png_get_image_height(png, info);
+    const png_uint_32 width = png_get_image_width(png, info);
+    const png_uint_32 height = png_get_image_height(png, info);
+    if (static_cast<uint64_t>(width) * height > kMaxPixels) {
+        *reason = "picture too large";
+        png_destroy_read_struct(&png, &info, nullptr);
+        return false;
+    }
     *image = Image(static_cast<int>(width), static_cast<int>(height));
-    rows.resize(height);
-    for (png_uint_32 y = 0; y < height; ++y) rows[y] = image->row(static_cast<int>(y));
-    png_read_image(png, rows.data());
+    rows->resize(height);
+    for (png_uint_32 y = 0; y < height; ++y) (*rows)[y] = image->row(static_cast<int>(y));
+    png_read_image(png, rows->data());
     png_read_end(png, nullptr);
     png_destroy_read_struct(&png, &info, nullptr);
-    premultiply(*image);
-    return std::move(*image);
+    return true;
+}
+
+}  // namespace
+
+std::optional<Image> readPNG(const std::string& path, std::string* error) {
+    std::string reason;
+    std::unique_ptr<FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+    Image image;
+    std::vector<png_bytep> rows;
+    if (!file) {
+        reason = std::strerror(errno);
+    } else if (decode(file.get(), &image, &rows, &reason)) {
+        premultiply(image);
+        return image;
+    }
+    if (error) *error = reason;
+    return std::nullopt;
 }
 
 std::vector<uint8_t> encodePNG(const Image& image) {
