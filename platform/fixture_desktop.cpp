@@ -6,7 +6,10 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
+#include <optional>
+#include <utility>
 
 #include "platform/drop_shadow.h"
 #include "platform/png_io.h"
@@ -158,6 +161,7 @@ Image composeDesktop(const FixtureDesktop::Data& d) {
 void readScreens(const Reader& r, const json& root, FixtureDesktop::Data& d) {
     const json& screens = r.member(root, "screens", "screens");
     if (!screens.is_array()) r.fail("screens", "must be an array");
+    if (screens.empty()) r.fail("screens", "must hold at least the main screen");
     for (size_t i = 0; i < screens.size(); ++i) {
         const std::string path = at("screens", i);
         const json& s = screens[i];
@@ -165,7 +169,12 @@ void readScreens(const Reader& r, const json& root, FixtureDesktop::Data& d) {
         ScreenListEntry e;
         e.displayId = r.integer<uint32_t>(r.member(s, "displayId", path + ".displayId"), path + ".displayId");
         if (e.displayId == 0) r.fail(path + ".displayId", "must not be 0");
+        for (const auto& earlier : d.screens) {
+            if (earlier.displayId == e.displayId) r.fail(path + ".displayId", "is used by an earlier screen");
+        }
         e.frame = r.rect(r.member(s, "frame", path + ".frame"), path + ".frame");
+        // Every other frame is given relative to the main screen's corner.
+        if (i == 0 && (e.frame.x != 0 || e.frame.y != 0)) r.fail(path + ".frame", "the main screen must be at (0, 0)");
         e.backingScaleFactor =
             r.number(r.member(s, "backingScaleFactor", path + ".backingScaleFactor"), path + ".backingScaleFactor");
         if (e.backingScaleFactor <= 0) r.fail(path + ".backingScaleFactor", "must be greater than 0");

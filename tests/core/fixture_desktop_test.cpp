@@ -121,6 +121,9 @@ TEST(FixtureDesktop, BadFilesNameTheFileAndTheKey) {
         {"zero-display.json", "screens[1].displayId: must not be 0"},
         {"missing-png.json", "windows[0].picture.png: cannot read"},
         {"bad-fill.json", "windows[0].picture.fill[2]: is out of range"},
+        {"no-screens.json", "screens: must hold at least the main screen"},
+        {"main-off-origin.json", "screens[0].frame: the main screen must be at (0, 0)"},
+        {"duplicate-display.json", "screens[1].displayId: is used by an earlier screen"},
         {"no-such-file.json", "(file): cannot be read"},
     };
     for (const auto& [file, expected] : cases) {
