@@ -2,6 +2,9 @@
 // it makes, and how it rejects bad files.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -21,6 +24,18 @@ const uint8_t* pixelAt(const Image& image, int x, int y) { return image.row(y) +
 std::vector<int> rgba(const Image& image, int x, int y) {
     const uint8_t* p = pixelAt(image, x, y);
     return {p[0], p[1], p[2], p[3]};
+}
+
+TEST(FixtureDesktop, EveryShippedFixtureLoads) {
+    for (const char* name : {"one-screen.json", "two-screens.json", "busy-desktop.json"}) {
+        SCOPED_TRACE(name);
+        auto desktop = FixtureDesktop::load(fixture(name));
+        EXPECT_FALSE(desktop->screenList().empty());
+        EXPECT_GE(desktop->windowList().size(), 4u);
+        auto picture = desktop->desktopPicture();
+        ASSERT_TRUE(picture);
+        EXPECT_FALSE(picture->isNull());
+    }
 }
 
 TEST(FixtureDesktop, ReportsScreensWindowsAndDefaults) {
@@ -50,6 +65,36 @@ TEST(FixtureDesktop, FillPicturesAreTheBoundsAtTheLargestScaleTheWindowTouches) 
     ASSERT_TRUE(side);
     EXPECT_EQ(side->width, 600);
     EXPECT_EQ(desktop->displaysOfRect({1240, 100, 400, 300}, 2), (std::vector<uint32_t>{1, 2}));
+    EXPECT_EQ(desktop->displaysOfRect({1240, 100, 400, 300}, 1), (std::vector<uint32_t>{1}));
+    // Above the main screen, but inside the taller second one.
+    EXPECT_EQ(desktop->displaysOfRect({1700, -200, 500, 300}, 2), (std::vector<uint32_t>{2}));
+    EXPECT_EQ(desktop->displaysOfRect({-900, 0, 100, 100}, 2), (std::vector<uint32_t>{}));
+}
+
+TEST(FixtureDesktop, WindowsOffEveryScreenUseTheLargestScale) {
+    const fs::path dir = fs::temp_directory_path() / ("pv-fixture-" + std::to_string(::getpid()));
+    fs::create_directories(dir);
+    std::ofstream(dir / "desk.json") << R"({
+      "hostName": "h",
+      "screens": [ { "displayId": 4, "frame": [0, 0, 100, 100], "backingScaleFactor": 1.0 },
+                   { "displayId": 5, "frame": [100, 0, 100, 100], "backingScaleFactor": 3.0 } ],
+      "windows": [ { "number": 1, "ownerPID": 2, "bounds": [500, 500, 10, 20], "picture": { "fill": [0, 0, 0, 255] } },
+                   { "number": 2, "ownerPID": 2, "bounds": [10, 10, 10.4, 20.2], "picture": { "fill": [0, 0, 0, 255] } } ]
+    })";
+    auto desktop = FixtureDesktop::load((dir / "desk.json").string());
+    fs::remove_all(dir);
+    auto away = desktop->windowPicture(std::nullopt, 1, false);
+    ASSERT_TRUE(away);
+    EXPECT_EQ(away->width, 30);
+    EXPECT_EQ(away->height, 60);
+    auto small = desktop->windowPicture(std::nullopt, 2, false);  // on the scale-1 screen, rounded
+    ASSERT_TRUE(small);
+    EXPECT_EQ(small->width, 10);
+    EXPECT_EQ(small->height, 20);
+    const auto w = desktop->windowList();
+    EXPECT_FALSE(w[0].title);
+    EXPECT_FALSE(w[0].ownerName);
+    EXPECT_FALSE(desktop->productName(4));
 }
 
 TEST(FixtureDesktop, PngAndNullPicturesAndUnknownWindows) {
@@ -61,8 +106,16 @@ TEST(FixtureDesktop, PngAndNullPicturesAndUnknownWindows) {
     EXPECT_NEAR(pixelAt(*photo, 0, 0)[3], 128, 1);  // the half-transparent border survives
     EXPECT_EQ(pixelAt(*photo, 120, 80)[3], 255);
     EXPECT_FALSE(one->windowPicture(std::nullopt, 12345, false));
+    EXPECT_FALSE(one->windowPicture(std::nullopt, 12345, true));
+    // Taken by a rectangle, a window still gives its own picture.
+    auto byBounds = one->windowPicture(Rect{0, 0, 50, 50}, 41, false);
+    auto own = one->windowPicture(std::nullopt, 41, false);
+    ASSERT_TRUE(byBounds && own);
+    EXPECT_EQ(byBounds->pixels, own->pixels);
+    EXPECT_EQ(byBounds->width, own->width);
     auto busy = FixtureDesktop::load(fixture("busy-desktop.json"));
     EXPECT_FALSE(busy->windowPicture(std::nullopt, 109, false));
+    EXPECT_FALSE(busy->windowPicture(std::nullopt, 109, true));
 }
 
 TEST(FixtureDesktop, FramingAddsTheShadowMarginsAtThePictureScale) {
@@ -92,6 +145,18 @@ TEST(FixtureDesktop, ComposedDesktopShowsWindowsFrontOverBackOnBlack) {
     EXPECT_EQ(rgba(*picture, 2 * 490, top + 2 * 390), (std::vector<int>{60, 90, 130, 255}));
     // Above the main screen, beside the taller second one: uncovered black.
     EXPECT_EQ(rgba(*picture, 10, 10), (std::vector<int>{0, 0, 0, 255}));
+}
+
+TEST(FixtureDesktop, TranslucentWindowsAreBlendedOverWhatLiesBehind) {
+    auto desktop = FixtureDesktop::load(fixture("one-screen.json"));
+    auto picture = desktop->desktopPicture();
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(picture->width, 2880);
+    EXPECT_EQ(picture->height, 1800);
+    // The Terminal (20, 20, 20 at alpha 230) over black, clear of the editor.
+    EXPECT_EQ(rgba(*picture, 2 * 600, 2 * 400), (std::vector<int>{18, 18, 18, 255}));
+    // Where the editor overlaps it, the editor is in front.
+    EXPECT_EQ(rgba(*picture, 2 * 450, 2 * 300), (std::vector<int>{255, 0, 0, 255}));
 }
 
 TEST(FixtureDesktop, ConcurrentPicturesAreIdentical) {
