@@ -1,25 +1,21 @@
 #include "app/app_delegate.h"
 
 #include <QFile>
-#include <QMetaObject>
 #include <QThreadPool>
 
-#include <algorithm>
+#include <atomic>
 #include <ctime>
-#include <iostream>
+#include <filesystem>
 
+#include "app/threads.h"
 #include "capture/output_geometry.h"
-#include "capture/qt/selection_job.h"
 #include "capture/window_collection.h"
 #include "capture/window_shot.h"
 #include "document/file_naming.h"
-#include "document/group_markers.h"
-#include "document/layer_placement.h"
 #include "document/layer_preparation.h"
+#include "document/layer_stack.h"
+#include "document/png_output.h"
 #include "document/psd_writer.h"
-#include "document/qt/bitmap.h"
-#include "document/safe_file.h"
-#include "platform/png_io.h"
 
 // The resources live in a static library, so they must be registered by hand.
 static void registerResources() { Q_INIT_RESOURCE(resources); }
@@ -44,11 +40,12 @@ std::tm localNow() {
     return local;
 }
 
-void runInBackground(std::function<void()> task) {
-    QThreadPool::globalInstance()->start(std::move(task), QThread::HighPriority);
-}
-
 }  // namespace
+
+// The preview being composed; set to stop it between two windows.
+struct AppDelegate::SelectionJob {
+    std::atomic<bool> cancel{false};
+};
 
 AppDelegate::AppDelegate(WindowServer& server, AppView& view, QObject* parent)
     : QObject(parent), server_(server), view_(view), inventory_(server) {
@@ -56,7 +53,8 @@ AppDelegate::AppDelegate(WindowServer& server, AppView& view, QObject* parent)
 }
 
 AppDelegate::~AppDelegate() {
-    // Background jobs hold this controller; let them end before it goes.
+    // Background jobs report back to this controller; let them end before it goes.
+    if (selectionJob_) selectionJob_->cancel = true;
     QThreadPool::globalInstance()->waitForDone();
 }
 
@@ -75,6 +73,7 @@ bool AppDelegate::isUnwanted(const std::optional<std::string>& ownerName) {
 }
 
 void AppDelegate::refresh() {
+    cancelSelectionJob();  // its rows are gone with the old tree
     refreshScreenList();
     refreshWindows();
     view_.setTree(root());
@@ -103,7 +102,7 @@ void AppDelegate::changeIgnore(bool on) {
 
 void AppDelegate::getShot(PVWindowElement& node) { pv::getShot(node, server_, settings.shadow); }
 
-Rect AppDelegate::getOutputRect(const std::vector<PVWindowElement::Ptr>& windows) const {
+PixelRect AppDelegate::getOutputRect(const std::vector<PVWindowElement::Ptr>& windows) const {
     return pv::getOutputRect(windows, *root(), measures().maxBackingScale);
 }
 
@@ -114,40 +113,71 @@ void AppDelegate::collectWindows(const PVWindowElement::Ptr& node, std::vector<P
 void AppDelegate::select() {
     const auto rows = view_.selectedNodes();
     if (rows.empty()) return;
-    isBusy();
     compositeImage.reset();
+    SelectionJobInput input = selectionInput(rows);
+    if (!selectionJob_) {
+        startSelectionJob(std::move(input));
+        return;
+    }
+    // One job at a time: the running one stops at its next window, and this
+    // selection starts when it has.
+    selectionJob_->cancel = true;
+    pendingSelection_ = std::move(input);
+}
 
-    SelectionJobInput input;
-    for (const auto& node : rows) collectWindows(node, input.windows);
-    sortIntoLayerOrder(input.windows);
-    input.outputRect = getOutputRect(input.windows);
-    input.maxBackingScale = measures().maxBackingScale;
-    input.mainScreenHeight = measures().mainScreenHeight;
+SelectionJobInput AppDelegate::selectionInput(const std::vector<PVWindowElement::Ptr>& rows) const {
+    auto windows = collectWindowsOf(rows);
+    sortIntoLayerOrder(windows);
+    const PixelRect R = getOutputRect(windows);
+    return selectionJobInput(windows, R, measures().maxBackingScale, measures().mainScreenHeight);
+}
 
-    // A newer selection replaces an older one still composing: only the
-    // newest job's picture is shown.
-    const uint64_t generation = ++selectionGeneration_;
-    const bool shadow = settings.shadow;
-    runInBackground([this, input = std::move(input), generation, shadow] {
+void AppDelegate::startSelectionJob(SelectionJobInput input) {
+    auto job = std::make_shared<SelectionJob>();
+    selectionJob_ = job;
+    isBusy();
+    runInBackground([this, job, input = std::move(input), shadow = settings.shadow] {
+        SelectionJobResult result;
         std::string failure;
-        ImagePtr picture;
         try {
-            picture = std::make_shared<const Image>(composeSelection(
-                input, [this, shadow](PVWindowElement& node) { pv::getShot(node, server_, shadow); },
-                [this](const std::string& text) { postStatus(text); }));
+            result = composeSelection(
+                input, [this, shadow](const PVWindowElement& node) { return takeShot(node, server_, shadow); },
+                [this](const std::string& text) { postStatus(text); }, job->cancel);
         } catch (const std::exception& e) {
             failure = e.what();
         }
-        QMetaObject::invokeMethod(this, [this, picture, generation, failure] {
-            if (generation != selectionGeneration_) return;
-            if (picture) {
-                compositeImage = picture;
-                view_.setPreviewImage(picture);
-            }
-            isNoLongerBusy();
-            update(failure.empty() ? "Ready" : failure);
-        }, Qt::QueuedConnection);
+        runOnThreadOf(this, [this, job, result = std::move(result), failure]() mutable {
+            selectionJobEnded(job, std::move(result), failure);
+        });
     });
+}
+
+void AppDelegate::selectionJobEnded(const std::shared_ptr<SelectionJob>& job, SelectionJobResult result,
+                                    const std::string& failure) {
+    // Pictures reach the tree here, on the main thread; a node that got one
+    // meanwhile (a save took it) keeps its own.
+    for (auto& [node, shot] : result.taken)
+        if (!node->shot) storeShot(*node, shot);
+    if (job != selectionJob_) return;
+    selectionJob_.reset();
+    const bool shown = failure.empty() && !job->cancel;
+    if (shown) {
+        compositeImage = std::make_shared<const Image>(std::move(result.canvas));
+        view_.setPreviewImage(compositeImage);
+    }
+    if (pendingSelection_) {
+        auto next = std::move(*pendingSelection_);
+        pendingSelection_.reset();
+        startSelectionJob(std::move(next));
+        return;
+    }
+    if (!failure.empty()) return leaveBusyAfterFailure("the preview failed: " + failure);
+    isNoLongerBusy();
+}
+
+void AppDelegate::cancelSelectionJob() {
+    pendingSelection_.reset();
+    if (selectionJob_) selectionJob_->cancel = true;
 }
 
 // ---- Document --------------------------------------------------------------
@@ -157,20 +187,14 @@ void AppDelegate::capture() {
         refresh();
         view_.playCaptureSound();
         auto picture = server_.desktopPicture();
-        if (!picture) {
-            view_.documentFinished("", false, "the desktop picture could not be taken");
-            return;
-        }
+        if (!picture) return reportDocument("", false, "the desktop picture could not be taken");
         compositeImage = std::make_shared<const Image>(std::move(*picture));
         view_.selectRoot();
-        if (settings.outputFolder) {
-            outputFileURL = *settings.outputFolder + "/" + buildFileName();
-            writeSelection();
-        } else {
-            save();
-        }
+        if (!settings.outputFolder) return save();
+        setOutputFile(freeFileIn(*settings.outputFolder), OnExisting::Number);
+        writeSelection();
     } catch (const PlatformError& e) {
-        view_.documentFinished("", false, e.what());
+        reportDocument("", false, e.what());
     }
 }
 
@@ -182,131 +206,93 @@ void AppDelegate::captureSelected() {
 void AppDelegate::save() {
     const auto path = view_.askSaveFile(buildFileName(), settings.outputFormat);
     if (!path) return;
-    outputFileURL = *path;
+    setOutputFile(*path, OnExisting::Replace);  // the person chose to replace it
     writeSelection();
 }
 
+void AppDelegate::setOutputFile(const std::string& path, OnExisting onExisting) {
+    outputFileURL = path;
+    outputOnExisting_ = onExisting;
+}
+
+// The date-and-time name in the folder, numbered when a file or a document
+// still being written already has it.
+std::string AppDelegate::freeFileIn(const std::string& folder) const {
+    return firstFreePath(folder + "/" + buildFileName(), [this](const std::string& candidate) {
+        for (const auto& run : runs_)
+            if (run->outputPath == candidate) return true;
+        return std::filesystem::exists(std::filesystem::symlink_status(candidate));
+    });
+}
+
 void AppDelegate::writeSelection() {
-    if (settings.outputFormat == PNG) {
-        writeToPNG();
-    } else {
+    if (isLayered(settings.outputFormat)) {
         writeToPSD();
+    } else {
+        writeToPNG();
     }
 }
 
 std::string AppDelegate::buildFileName() const { return pv::buildFileName(settings.outputFormat, localNow()); }
 
 bool AppDelegate::writeToPNG() {
-    WriteResult result;
-    const auto bitmap = compositeImage ? bitmapFromImage(*compositeImage, compositeImage->width,
-                                                         compositeImage->height)
-                                       : std::nullopt;
-    if (!bitmap) {
-        result.error = "cannot write " + outputFileURL + ": there is no picture to write";
-    } else {
-        const auto bytes = encodePNG(*bitmap);
-        result = writeFileAtomically(outputFileURL, [&bytes](AtomicFile& file) {
-            if (bytes.empty()) file.fail("the picture could not be encoded as PNG");
-            return file.write(bytes.data(), bytes.size());
-        });
-    }
-    view_.documentFinished(outputFileURL, result.ok, result.error);
-    emit documentFinished(QString::fromStdString(outputFileURL), result.ok, QString::fromStdString(result.error));
+    const WriteResult result = writePNGFile(outputFileURL, compositeImage, outputOnExisting_);
+    reportDocument(result.ok ? result.path : outputFileURL, result.ok, result.error);
     return result.ok;
 }
 
-void AppDelegate::changeOutputFormat(int32_t format) { settings.outputFormat = format; }
-
-void AppDelegate::insertGroupStart(const std::string& name, int32_t index) {
-    pv::insertGroupStart(currentRun_->layers, groupDepth_, settings.outputFormat, name, index);
-}
-
-void AppDelegate::insertGroupEnd(const std::string& name, int32_t index) {
-    pv::insertGroupEnd(currentRun_->layers, groupDepth_, settings.outputFormat, name, index);
-}
+void AppDelegate::changeOutputFormat(OutputFormat format) { settings.outputFormat = format; }
 
 void AppDelegate::writeToPSD() {
-    isBusy();
-    auto run = std::make_shared<DocumentRun>();
-    run->outputPath = outputFileURL;
-    currentRun_ = run;
-    ++runsInFlight_;
+    auto run = beginRun();
     try {
-        if (compositeImage) {
-            run->size = {static_cast<double>(compositeImage->width), static_cast<double>(compositeImage->height)};
-            if (auto merged = bitmapFromImage(*compositeImage, compositeImage->width, compositeImage->height)) {
-                run->mergedImageData = std::move(merged->pixels);
-            }
-        }
-
-        std::vector<PVWindowElement::Ptr> windows;
-        for (const auto& node : view_.selectedNodes()) collectWindows(node, windows);
-        if (settings.outputFormat != GroupedPSD) sortIntoLayerOrder(windows);
-        const Rect R = getOutputRect(windows);
-        const float s = measures().maxBackingScale;
-
-        const PVWindowElement* currentGroup = nullptr;
-        std::string currentGroupName;
-        for (const auto& w : windows) {
-            if (!w->shot) getShot(*w);
-            if (!w->shot) continue;
-            const Size pixelSize = layerPixelSize(*w, s, w->shot->width, w->shot->height);
-            auto bitmap = bitmapFromImage(*w->shot, pixelSize.width, pixelSize.height);
-            if (!bitmap) continue;
-
-            auto layer = std::make_shared<LayerElement>();
-            const auto parent = w->parent();
-            const std::string parentName = parent ? parent->name : std::string();
-            layer->name = settings.outputFormat == UngroupedPSD ? ungroupedLayerName(parentName, w->name) : w->name;
-            layer->location = layerLocation(*w, {static_cast<double>(bitmap->width), static_cast<double>(bitmap->height)},
-                                            R.x, s, measures().screenTopOffset);
-            layer->imageData = std::move(bitmap->pixels);
-            run->layers.push_back(layer);
-
-            if (parent.get() != currentGroup) {
-                if (currentGroup) insertGroupStart(currentGroupName, static_cast<int32_t>(run->layers.size()) - 1);
-                insertGroupEnd(parentName, static_cast<int32_t>(run->layers.size()) - 1);
-                currentGroup = parent.get();
-                currentGroupName = parentName;
-            }
-        }
-        if (currentGroup) insertGroupStart(currentGroupName, static_cast<int32_t>(run->layers.size()));
-
-        run->readyCount = static_cast<int32_t>(
-            std::count_if(run->layers.begin(), run->layers.end(), [](const LayerPtr& l) { return l->type != 0; }));
+        run->takeMergedImage(compositeImage);
+        const auto rows = view_.selectedNodes();
+        auto windows = collectWindowsOf(rows);
+        if (windows.empty())
+            return finishRun(run, {false, nothingWritten(rows.empty() ? "no window was selected"
+                                                                        : "there is no window to capture"), {}});
+        takeMissingShots(windows, server_, settings.shadow);
+        run->layers = assembleLayerStack(std::move(windows), settings.outputFormat, *root(), measures(), groupDepth_);
+        run->readyCount = markerCount(run->layers);
     } catch (const std::exception& e) {
         view_.showAlert(std::string("Function:\twriteToPSD()\n\nException:\t") + e.what());
-        finishRun(run, false, "cannot write " + run->outputPath + ": " + e.what());
-        return;
+        return finishRun(run, {false, "cannot write " + run->outputPath + ": " + e.what(), {}});
     }
-    startRun(run);
+    startPreparation(run);
 }
 
-void AppDelegate::startRun(const std::shared_ptr<DocumentRun>& run) {
-    const bool anyPixelLayer =
-        std::any_of(run->layers.begin(), run->layers.end(), [](const LayerPtr& l) { return l->type == 0; });
-    if (!anyPixelLayer) {
-        finishRun(run, false, "nothing written to " + run->outputPath + ": no window could be captured");
-        return;
-    }
-    for (const auto& layer : run->layers) {
-        if (layer->type != 0) continue;
-        runInBackground([this, run, layer] { makeReady(run, layer); });
-    }
+std::string AppDelegate::nothingWritten(const std::string& reason) const {
+    return "nothing written to " + outputFileURL + ": " + reason;
+}
+
+std::shared_ptr<DocumentRun> AppDelegate::beginRun() {
+    auto run = std::make_shared<DocumentRun>();
+    run->outputPath = outputFileURL;
+    run->onExisting = outputOnExisting_;
+    runs_.insert(run);
+    isBusy();
+    return run;
+}
+
+void AppDelegate::startPreparation(const std::shared_ptr<DocumentRun>& run) {
+    if (!run->hasPixelLayer()) return finishRun(run, {false, nothingWritten("no window could be captured"), {}});
+    for (const auto& layer : run->layers)
+        if (layer->type == LayerTypePixel) runInBackground([this, run, layer] { makeReady(run, layer); });
 }
 
 void AppDelegate::makeReady(const std::shared_ptr<DocumentRun>& run, const LayerPtr& layer) {
     postStatus("Compressing: " + layer->name);
     try {
         prepareLayer(*layer);
-        QMetaObject::invokeMethod(this, [this, run] { madeReady(run); }, Qt::QueuedConnection);
+        runOnThreadOf(this, [this, run] { madeReady(run); });
     } catch (const std::exception& e) {
         const std::string reason = e.what();
-        QMetaObject::invokeMethod(this, [this, run, reason] {
+        runOnThreadOf(this, [this, run, reason] {
             if (run->failed) return;
             view_.showAlert("Function:\tmakeReady()\n\nException:\t" + reason);
-            finishRun(run, false, "cannot write " + run->outputPath + ": " + reason);
-        }, Qt::QueuedConnection);
+            finishRun(run, {false, "cannot write " + run->outputPath + ": " + reason, {}});
+        });
     }
     postStatus("Writing...");
 }
@@ -314,57 +300,58 @@ void AppDelegate::makeReady(const std::shared_ptr<DocumentRun>& run, const Layer
 void AppDelegate::madeReady(const std::shared_ptr<DocumentRun>& run) {
     if (run->failed) return;
     ++run->readyCount;
-    if (run->readyCount == static_cast<int32_t>(run->layers.size())) startWriter(run);
+    if (run->allReady()) startWriter(run);
 }
 
 void AppDelegate::startWriter(const std::shared_ptr<DocumentRun>& run) {
     runInBackground([this, run] {
         const WriteResult result = writePSD(run->outputPath, run->size, run->mergedImageData, run->layers,
-                                            xmpTemplate(), [this](const std::string& text) { postStatus(text); });
-        QMetaObject::invokeMethod(this, [this, run, result] {
-            if (!result.ok) std::cerr << "Error writing to PSD file: " << result.error << '\n';
-            finishRun(run, result.ok, result.error);
-        }, Qt::QueuedConnection);
+                                            xmpTemplate(), [this](const std::string& text) { postStatus(text); },
+                                            run->onExisting);
+        runOnThreadOf(this, [this, run, result] {
+            if (!result.ok) view_.log("Error writing to PSD file: " + result.error);
+            finishRun(run, result);
+        });
     });
 }
 
-void AppDelegate::finishRun(const std::shared_ptr<DocumentRun>& run, bool ok, const std::string& reason) {
-    run->failed = !ok;
-    --runsInFlight_;
-    run->layers.clear();
-    run->mergedImageData = {};
-    if (runsInFlight_ == 0) {
-        if (ok) {
-            isNoLongerBusy();
-        } else {
-            busy_ = false;
-            view_.setBusyControls(false);
-            update(reason);
-        }
+// The run ends here, written or failed; its entries and merged image go with it.
+void AppDelegate::finishRun(const std::shared_ptr<DocumentRun>& run, const WriteResult& result) {
+    run->failed = !result.ok;
+    runs_.erase(run);
+    if (result.ok) {
+        isNoLongerBusy();
+    } else {
+        leaveBusyAfterFailure(result.error);
     }
-    view_.documentFinished(run->outputPath, ok, reason);
-    emit documentFinished(QString::fromStdString(run->outputPath), ok, QString::fromStdString(reason));
+    reportDocument(result.ok ? result.path : run->outputPath, result.ok, result.error);
+}
+
+void AppDelegate::reportDocument(const std::string& path, bool ok, const std::string& reason) {
+    view_.documentFinished(path, ok, reason);
+    emit documentFinished(QString::fromStdString(path), ok, QString::fromStdString(reason));
 }
 
 // ---- Busy state and status line --------------------------------------------
 
-void AppDelegate::isBusy() {
-    busy_ = true;
-    view_.setBusyControls(true);
-}
+void AppDelegate::isBusy() { view_.setBusyControls(true); }
 
 void AppDelegate::isNoLongerBusy() {
-    busy_ = false;
-    if (currentRun_) currentRun_->layers.clear();
+    if (busy()) return;  // another document or the preview is still being made
     update("Ready");
     view_.fitAll();
     view_.setBusyControls(false);
 }
 
+void AppDelegate::leaveBusyAfterFailure(const std::string& reason) {
+    update(reason);
+    if (!busy()) view_.setBusyControls(false);
+}
+
 void AppDelegate::update(const std::string& text) { view_.setStatus(text); }
 
 void AppDelegate::postStatus(const std::string& text) {
-    QMetaObject::invokeMethod(this, [this, text] { update(text); }, Qt::QueuedConnection);
+    runOnThreadOf(this, [this, text] { update(text); });
 }
 
 }  // namespace pv

@@ -5,40 +5,32 @@
 // application and behind the command line; only its AppView differs.
 //
 // Threads: every method runs on the thread that owns this object (the main
-// thread, with a Qt event loop). Background work (the selection job, one
-// preparation task per layer, the writer job) runs on the global thread pool
-// and hands its results back to the main thread without waiting.
+// thread, with a Qt event loop), and only that thread touches the inventory
+// tree. Background work (the selection job, one preparation task per layer,
+// the writer job) runs on the global thread pool on objects it owns, and hands
+// its results back to the main thread without waiting.
 
 #include <QObject>
-
-class QSettings;
 
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "app/app_view.h"
 #include "app/settings.h"
-#include "document/layer_element.h"
+#include "capture/qt/selection_job.h"
+#include "document/document_run.h"
 #include "inventory/inventory.h"
 #include "platform/window_server.h"
+
+class QSettings;
 
 namespace pv {
 
 class ShellView;
-
-// One layered document being made. Each capture owns its run, so a capture
-// that starts while an earlier one is still being written cannot disturb it.
-struct DocumentRun {
-    std::vector<LayerPtr> layers;        // top of the stack first
-    int32_t readyCount = 0;              // entries of layers that are ready
-    std::vector<uint8_t> mergedImageData;  // the composite, RGBA premultiplied
-    Size size;                           // the composite's size in pixels
-    std::string outputPath;
-    bool failed = false;
-};
 
 class AppDelegate : public QObject {
     Q_OBJECT
@@ -63,8 +55,10 @@ public:
 
     // Capture.
     void getShot(PVWindowElement& node);
-    Rect getOutputRect(const std::vector<PVWindowElement::Ptr>& windows) const;
+    PixelRect getOutputRect(const std::vector<PVWindowElement::Ptr>& windows) const;
     void collectWindows(const PVWindowElement::Ptr& node, std::vector<PVWindowElement::Ptr>& list) const;
+    // Composes the selected windows in the preview. A selection made while an
+    // earlier one is still composing stops that one and follows it.
     void select();
 
     // Document.
@@ -73,29 +67,28 @@ public:
     void save();
     std::string buildFileName() const;
     bool writeToPNG();
-    void changeOutputFormat(int32_t format);
+    void changeOutputFormat(OutputFormat format);
     void writeToPSD();
-    void insertGroupStart(const std::string& name, int32_t index);
-    void insertGroupEnd(const std::string& name, int32_t index);
 
-    // Busy state and status line.
+    // Busy state and status line. Busy while any document or the preview is
+    // being made; "Ready" once all of them have ended.
     void isBusy();
     void isNoLongerBusy();
     void update(const std::string& text);
-    bool busy() const { return busy_; }
+    bool busy() const { return !runs_.empty() || selectionJob_ != nullptr; }
+    int runsInFlight() const { return static_cast<int>(runs_.size()); }
+    bool selectionInFlight() const { return selectionJob_ != nullptr; }
 
     // The current composite picture: the whole desktop after a refresh or a
     // capture, the composed selection after a preview.
     ImagePtr compositeImage;
     // The file of the last capture or save.
     std::string outputFileURL;
-    // Runs that are still preparing or writing.
-    int runsInFlight() const { return runsInFlight_; }
 
     // Application shell (tray, dialogs, keys): set by the desktop application.
     ShellView* shell = nullptr;
     // Where the settings are read at start and written at quit; none: the
-    // person's own store (organisation "Veltrano", application "Plenavue").
+    // person's own store.
     QSettings* settingsStore = nullptr;
     void awakeFromNib();
     void applicationDidFinishLaunching();
@@ -111,26 +104,43 @@ public:
     void installEventHandler();
 
 signals:
-    // A document run ended (also reported to the view).
+    // A document ended: written to path, or failed with a reason.
     void documentFinished(const QString& path, bool ok, const QString& reason);
 
 private:
-    void startRun(const std::shared_ptr<DocumentRun>& run);
+    struct SelectionJob;
+
+    // Preview.
+    SelectionJobInput selectionInput(const std::vector<PVWindowElement::Ptr>& rows) const;
+    void startSelectionJob(SelectionJobInput input);
+    void selectionJobEnded(const std::shared_ptr<SelectionJob>& job, SelectionJobResult result,
+                           const std::string& failure);
+    void cancelSelectionJob();
+
+    // Documents.
+    void setOutputFile(const std::string& path, OnExisting onExisting);
+    std::string freeFileIn(const std::string& folder) const;
+    void writeSelection();
+    std::string nothingWritten(const std::string& reason) const;
+    std::shared_ptr<DocumentRun> beginRun();
+    void startPreparation(const std::shared_ptr<DocumentRun>& run);
     void makeReady(const std::shared_ptr<DocumentRun>& run, const LayerPtr& layer);
     void madeReady(const std::shared_ptr<DocumentRun>& run);
     void startWriter(const std::shared_ptr<DocumentRun>& run);
-    void finishRun(const std::shared_ptr<DocumentRun>& run, bool ok, const std::string& reason);
-    void writeSelection();
+    void finishRun(const std::shared_ptr<DocumentRun>& run, const WriteResult& result);
+    void reportDocument(const std::string& path, bool ok, const std::string& reason);
+
+    void leaveBusyAfterFailure(const std::string& reason);
     void postStatus(const std::string& text);
 
     WindowServer& server_;
     AppView& view_;
     Inventory inventory_;
-    std::shared_ptr<DocumentRun> currentRun_;  // the run being assembled
+    OnExisting outputOnExisting_ = OnExisting::Replace;
+    std::set<std::shared_ptr<DocumentRun>> runs_;  // preparing or writing
+    std::shared_ptr<SelectionJob> selectionJob_;   // composing the preview
+    std::optional<SelectionJobInput> pendingSelection_;
     int32_t groupDepth_ = 0;
-    int runsInFlight_ = 0;
-    bool busy_ = false;
-    uint64_t selectionGeneration_ = 0;
 };
 
 }  // namespace pv

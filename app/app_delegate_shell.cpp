@@ -19,15 +19,15 @@ void withStore(QSettings* given, F&& use) {
         use(*given);
         return;
     }
-    QSettings own("Veltrano", "Plenavue");
-    use(own);
+    use(*openSettingsStore());
 }
 
 }  // namespace
 
 void AppDelegate::awakeFromNib() {
-    busy_ = false;
-    withStore(settingsStore, [this](QSettings& store) { settings = loadSettings(store); });
+    std::vector<std::string> problems;
+    withStore(settingsStore, [&](QSettings& store) { settings = loadSettings(store, &problems); });
+    for (const auto& problem : problems) view_.log(problem);
     compositeImage.reset();
     installEventHandler();
 }

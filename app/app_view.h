@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "document/output_format.h"
 #include "inventory/window_element.h"
 #include "platform/image.h"
 
@@ -39,7 +40,7 @@ public:
     virtual void selectRoot() = 0;
 
     // Ask for a file to write (`save`); nullopt when the person cancels.
-    virtual std::optional<std::string> askSaveFile(const std::string& suggestedName, int outputFormat) = 0;
+    virtual std::optional<std::string> askSaveFile(const std::string& suggestedName, OutputFormat outputFormat) = 0;
     // A modal message with one "Ok" button.
     virtual void showAlert(const std::string& message) = 0;
     // The capture sound; must never block or fail.
@@ -47,6 +48,8 @@ public:
 
     // A document run ended: written to path, or failed with a reason.
     virtual void documentFinished(const std::string& path, bool ok, const std::string& reason) = 0;
+    // A line for the log (standard error), for what the person is told otherwise.
+    virtual void log(const std::string& line) = 0;
 };
 
 }  // namespace pv

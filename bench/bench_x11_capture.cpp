@@ -20,7 +20,7 @@
 #include <QElapsedTimer>
 
 #include "app/app_delegate.h"
-#include "app/headless_view.h"
+#include "cli/headless_view.h"
 #include "document/layer_element.h"
 #include "document/layer_preparation.h"
 #include "document/psd_writer.h"
@@ -37,7 +37,7 @@ double msSince(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-struct Shot {
+struct WindowPictureOf {
     WindowListEntry entry;
     Image picture;
 };
@@ -54,8 +54,8 @@ void startClients(test::XvfbSession& session) {
     session.start({"xterm", "-geometry", "160x40+2000+900", "-title", "terminal 2"});
 }
 
-std::vector<Shot> takePictures(X11WindowServer& server) {
-    std::vector<Shot> shots;
+std::vector<WindowPictureOf> takePictures(X11WindowServer& server) {
+    std::vector<WindowPictureOf> shots;
     for (const WindowListEntry& e : server.windowList())
         if (auto picture = server.windowPicture(std::nullopt, e.number, false))
             shots.push_back({e, std::move(*picture)});
@@ -63,10 +63,10 @@ std::vector<Shot> takePictures(X11WindowServer& server) {
 }
 
 // Top of the stack first, one group per owner in the order their frontmost windows stand.
-std::vector<LayerPtr> groupedLayers(const std::vector<Shot>& shots) {
+std::vector<LayerPtr> groupedLayers(const std::vector<WindowPictureOf>& shots) {
     std::vector<std::string> owners;
-    std::map<std::string, std::vector<const Shot*>> byOwner;
-    for (const Shot& s : shots) {
+    std::map<std::string, std::vector<const WindowPictureOf*>> byOwner;
+    for (const WindowPictureOf& s : shots) {
         const std::string owner = s.entry.ownerName.value_or("<no owner>");
         if (!byOwner.count(owner)) owners.push_back(owner);
         byOwner[owner].push_back(&s);
@@ -74,7 +74,7 @@ std::vector<LayerPtr> groupedLayers(const std::vector<Shot>& shots) {
     std::vector<LayerPtr> layers;
     for (const std::string& owner : owners) {
         layers.push_back(makeGroupMarker(LayerTypeGroupEnd, owner));
-        for (const Shot* s : byOwner[owner]) {
+        for (const WindowPictureOf* s : byOwner[owner]) {
             auto l = std::make_shared<LayerElement>();
             l->name = s->entry.title.value_or("<no title>");
             l->location = {s->entry.bounds.x, s->entry.bounds.y, double(s->picture.width), double(s->picture.height)};
@@ -93,7 +93,7 @@ double captureThroughController(X11WindowServer& server, const std::string& fold
     HeadlessView view([&delegate] { return delegate ? delegate->root() : nullptr; });
     view.verbose = false;
     delegate = std::make_unique<AppDelegate>(server, view);
-    delegate->settings.outputFormat = GroupedPSD;
+    delegate->settings.outputFormat = OutputFormat::GroupedPSD;
     delegate->settings.shadow = shadow;
     delegate->settings.outputFolder = folder;
     const auto start = Clock::now();
@@ -146,7 +146,7 @@ int main(int argc, char** argv) {
         for (bool shared : {true, false}) {
             server->setSharedMemory(shared);
             auto start = Clock::now();
-            std::vector<Shot> shots = takePictures(*server);
+            std::vector<WindowPictureOf> shots = takePictures(*server);
             auto desktop = server->desktopPicture();
             const double pictureMs = msSince(start);
             if (!desktop) {
@@ -154,7 +154,7 @@ int main(int argc, char** argv) {
                 return 1;
             }
             double pixelsMB = double(desktop->byteCount()) / 1e6;
-            for (const Shot& s : shots) pixelsMB += double(s.picture.byteCount()) / 1e6;
+            for (const WindowPictureOf& s : shots) pixelsMB += double(s.picture.byteCount()) / 1e6;
 
             std::vector<LayerPtr> layers = groupedLayers(shots);
             start = Clock::now();

@@ -5,12 +5,12 @@
 #include <vector>
 
 #include "inventory/window_element.h"
-#include "platform/geometry.h"
+#include "platform/coordinates.h"
 
 namespace pv {
 
 // Bottom-up pixels at maxBackingScale; the zero rectangle when no window has a screen.
-Rect getOutputRect(const std::vector<PVWindowElement::Ptr>& windows, const PVWindowElement& root,
-                   float maxBackingScale);
+PixelRect getOutputRect(const std::vector<PVWindowElement::Ptr>& windows, const PVWindowElement& root,
+                        float maxBackingScale);
 
 }  // namespace pv

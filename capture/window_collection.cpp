@@ -12,6 +12,12 @@ void collectWindows(const PVWindowElement::Ptr& node, std::vector<PVWindowElemen
     for (const auto& child : node->children()) collectWindows(child, list);
 }
 
+std::vector<PVWindowElement::Ptr> collectWindowsOf(const std::vector<PVWindowElement::Ptr>& rows) {
+    std::vector<PVWindowElement::Ptr> list;
+    for (const auto& row : rows) collectWindows(row, list);
+    return list;
+}
+
 void sortIntoLayerOrder(std::vector<PVWindowElement::Ptr>& list) {
     std::stable_sort(list.begin(), list.end(),
                      [](const auto& a, const auto& b) { return a->windowLevel > b->windowLevel; });

@@ -1,13 +1,14 @@
 // plenavue: the tray application, and its command-line front ends.
 #include <CLI/CLI.hpp>
 
-#include "app/tray_app.h"
+#include "app/shell/tray_app.h"
 #include "cli/commands.h"
+#include "platform/build_info.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"Plenavue: a layered picture of the whole desktop", "plenavue"};
     app.require_subcommand(0, 1);
-    app.set_version_flag("--version", std::string("plenavue ") + PLENAVUE_VERSION);
+    app.set_version_flag("--version", std::string("plenavue ") + pv::kVersion);
     app.footer("Without a subcommand, Plenavue starts in the system tray:\n"
                "Shift+Super+5 captures every window, Shift+Super+6 opens the window chooser.");
 
@@ -33,7 +34,13 @@ int main(int argc, char** argv) {
                                "Keep system windows")->excludes(ignore);
     capture->add_flag("--quiet,-q", captureOptions.quiet, "Print no status lines");
 
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        // Help and version end well; every other usage error is exit code 2.
+        const int code = app.exit(e);
+        return code == 0 ? 0 : 2;
+    }
 
     if (list->parsed()) return pv::cli::runList(listOptions);
     if (capture->parsed()) return pv::cli::runCapture(captureOptions);

@@ -6,8 +6,6 @@ namespace pv {
 
 namespace {
 
-constexpr int32_t kUngroupedFormat = 1;
-
 void insertAt(std::vector<LayerPtr>& layers, int32_t index, LayerPtr marker) {
     if (index < 0 || static_cast<size_t>(index) > layers.size())
         throw std::out_of_range("group marker index " + std::to_string(index) + " outside 0.." +
@@ -17,17 +15,17 @@ void insertAt(std::vector<LayerPtr>& layers, int32_t index, LayerPtr marker) {
 
 }  // namespace
 
-void insertGroupStart(std::vector<LayerPtr>& layers, int32_t& groupDepth, int32_t outputFormat,
+void insertGroupStart(std::vector<LayerPtr>& layers, int32_t& groupDepth, OutputFormat outputFormat,
                       const std::string& name, int32_t index) {
-    if (outputFormat == kUngroupedFormat) return;
+    if (outputFormat == OutputFormat::UngroupedPSD) return;
     --groupDepth;
     auto marker = makeGroupMarker(LayerTypeGroupStart, name);
     if (groupDepth <= kMaxGroupDepth) insertAt(layers, index, std::move(marker));
 }
 
-void insertGroupEnd(std::vector<LayerPtr>& layers, int32_t& groupDepth, int32_t outputFormat,
+void insertGroupEnd(std::vector<LayerPtr>& layers, int32_t& groupDepth, OutputFormat outputFormat,
                     const std::string& name, int32_t index) {
-    if (outputFormat == kUngroupedFormat) return;
+    if (outputFormat == OutputFormat::UngroupedPSD) return;
     auto marker = makeGroupMarker(LayerTypeGroupEnd, name);
     if (groupDepth <= kMaxGroupDepth) insertAt(layers, index, std::move(marker));
     ++groupDepth;

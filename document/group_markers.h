@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "document/layer_element.h"
+#include "document/output_format.h"
 
 namespace pv {
 
@@ -17,15 +18,15 @@ constexpr int32_t kMaxGroupDepth = 8;
 
 // Closes a group: one step up (groupDepth - 1), then inserts a type 1 marker
 // named `name` at `index` when the depth is now 8 or less; deeper markers are
-// dropped. Output format 1 (ungrouped) changes nothing. An index outside
+// dropped. The ungrouped format changes nothing. An index outside
 // 0..layers.size() throws std::out_of_range.
-void insertGroupStart(std::vector<LayerPtr>& layers, int32_t& groupDepth, int32_t outputFormat,
+void insertGroupStart(std::vector<LayerPtr>& layers, int32_t& groupDepth, OutputFormat outputFormat,
                       const std::string& name, int32_t index);
 
 // Opens a group: inserts a type 2 marker at `index` when the depth is 8 or
 // less, then one step down (groupDepth + 1) whether or not it was inserted.
-// Output format 1 changes nothing.
-void insertGroupEnd(std::vector<LayerPtr>& layers, int32_t& groupDepth, int32_t outputFormat,
+// The ungrouped format changes nothing.
+void insertGroupEnd(std::vector<LayerPtr>& layers, int32_t& groupDepth, OutputFormat outputFormat,
                     const std::string& name, int32_t index);
 
 }  // namespace pv

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/geometry.h"
+#include "platform/coordinates.h"
 
 namespace pv {
 
@@ -29,7 +29,7 @@ struct LayerElement {
     std::string name;
     bool ready = false;
     // Rectangle in document pixels, top-left origin, y downward.
-    Rect location;
+    CanvasRect location;
     int32_t type = LayerTypePixel;
     // Channels are PackBits-compressed when set, stored raw otherwise.
     bool compress = true;

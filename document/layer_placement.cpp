@@ -10,7 +10,8 @@ Size layerPixelSize(const PVWindowElement& window, float s, int shotWidth, int s
     return {window.dimensions.width * scale, window.dimensions.height * scale};
 }
 
-Rect layerLocation(const PVWindowElement& window, Size pixelSize, double outputX, float s, float screenTopOffset) {
+CanvasRect layerLocation(const PVWindowElement& window, Size pixelSize, double outputX, float s,
+                         float screenTopOffset) {
     const double scale = s;
     const double x = scale * window.dimensions.x - outputX - window.shadowX;
     // The sum is formed in single precision, as the stored offsets are floats.

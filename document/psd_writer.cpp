@@ -7,12 +7,12 @@
 #include "document/byte_buffer.h"
 #include "document/layer_preparation.h"
 #include "document/unpremultiply.h"
+#include "platform/build_info.h"
 
 namespace pv {
 
 namespace {
 
-constexpr const char* kCreatorTool = "Veltrano Plenavue";
 constexpr int64_t kMaxLayerCount = 32767;  // the count is a signed 16-bit number
 
 void appendBytes(std::vector<uint8_t>& b, const std::string& s) { b.insert(b.end(), s.begin(), s.end()); }
@@ -48,7 +48,7 @@ int32_t edge(double v) {
 size_t namePadding(size_t n) { return (4 - (n + 1) % 4) % 4; }
 
 void appendLayerRecord(std::vector<uint8_t>& b, const LayerElement& e) {
-    const Rect& r = e.location;
+    const CanvasRect& r = e.location;
     appendValue(b, edge(r.y), 4);
     appendValue(b, edge(r.x), 4);
     appendValue(b, edge(r.y + r.height), 4);
@@ -169,7 +169,8 @@ std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& ti
 }
 
 WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& merged,
-                     const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status) {
+                     const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status,
+                     OnExisting onExisting) {
     auto refuse = [&path](const std::string& reason) { return WriteResult{false, "cannot write " + path + ": " + reason}; };
 
     if (!(size.width >= 1 && size.height >= 1)) return refuse("the canvas is empty");
@@ -242,7 +243,7 @@ WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& m
         for (int c = 0; c < 4; ++c)
             pos += encodeChannelRows(composite.data() + c * 2 * H, composite.data() + pos, merged.data(), W, H, c);
         return file.write(composite.data(), pos);
-    });
+    }, onExisting);
 }
 
 }  // namespace pv

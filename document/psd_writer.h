@@ -52,6 +52,7 @@ std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& ti
 // and a merged buffer smaller than the canvas before creating anything. On
 // failure nothing is left at `path` but an earlier file of that name.
 WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& merged,
-                     const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status);
+                     const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status,
+                     OnExisting onExisting = OnExisting::Replace);
 
 }  // namespace pv

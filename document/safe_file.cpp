@@ -1,5 +1,7 @@
 #include "document/safe_file.h"
 
+#include <cstdio>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +11,8 @@
 #include <exception>
 #include <random>
 #include <system_error>
+
+#include "document/file_naming.h"
 
 namespace pv {
 
@@ -40,8 +44,9 @@ AtomicFile::~AtomicFile() {
     if (!committed_) discard();
 }
 
-bool AtomicFile::open(const std::string& path) {
+bool AtomicFile::open(const std::string& path, OnExisting onExisting) {
     path_ = path;
+    onExisting_ = onExisting;
     if (path.empty() || path.back() == '/') {
         reason_ = "not a file name";
         return false;
@@ -113,8 +118,7 @@ bool AtomicFile::commit() {
         discard();
         return false;
     }
-    if (::rename(tempPath_.c_str(), path_.c_str()) != 0) {
-        failWithErrno(errno);
+    if (!moveIntoPlace()) {
         discard();
         return false;
     }
@@ -126,6 +130,34 @@ bool AtomicFile::commit() {
         ::close(dir);
     }
     return true;
+}
+
+bool AtomicFile::moveIntoPlace() {
+    if (onExisting_ == OnExisting::Replace) {
+        if (::rename(tempPath_.c_str(), path_.c_str()) == 0) return true;
+        failWithErrno(errno);
+        return false;
+    }
+    // Never replaces: the kernel refuses the move when the name is taken, even
+    // by a file that another process put there a moment ago.
+    for (int n = 1; n <= kMaxNumberedNames; ++n) {
+        const std::string candidate = numberedPath(path_, n);
+        if (::renameat2(AT_FDCWD, tempPath_.c_str(), AT_FDCWD, candidate.c_str(), RENAME_NOREPLACE) == 0) {
+            path_ = candidate;
+            return true;
+        }
+        if (errno == EEXIST) continue;
+        if (errno != EINVAL && errno != ENOSYS) break;
+        // A file system without the no-replace move: a hard link fails the same way.
+        if (::link(tempPath_.c_str(), candidate.c_str()) == 0) {
+            ::unlink(tempPath_.c_str());
+            path_ = candidate;
+            return true;
+        }
+        if (errno != EEXIST) break;
+    }
+    failWithErrno(errno);
+    return false;
 }
 
 void AtomicFile::discard() {
@@ -148,9 +180,10 @@ void AtomicFile::failWithErrno(int err) {
     if (!failed()) reason_ = std::generic_category().message(err);
 }
 
-WriteResult writeFileAtomically(const std::string& path, const std::function<bool(AtomicFile&)>& body) {
+WriteResult writeFileAtomically(const std::string& path, const std::function<bool(AtomicFile&)>& body,
+                                OnExisting onExisting) {
     AtomicFile file;
-    if (!file.open(path)) return {false, file.error()};
+    if (!file.open(path, onExisting)) return {false, file.error(), {}};
     try {
         if (!body(file)) file.fail("write failed");
     } catch (const std::bad_alloc&) {
@@ -160,10 +193,10 @@ WriteResult writeFileAtomically(const std::string& path, const std::function<boo
     }
     if (file.failed()) {
         file.discard();
-        return {false, file.error()};
+        return {false, file.error(), {}};
     }
-    if (!file.commit()) return {false, file.error()};
-    return {true, {}};
+    if (!file.commit()) return {false, file.error(), {}};
+    return {true, {}, file.path()};
 }
 
 }  // namespace pv

@@ -21,7 +21,7 @@ PVWindowElement::Ptr makeWindowNode(const WindowListEntry& entry) {
     node->name = asciiNodeName(entry.title.value_or("<no title>"), "<no title>");
     node->eidi = entry.number;
     node->windowLevel = entry.layer;
-    node->dimensions = entry.bounds;
+    node->dimensions = retagged<AnySpace>(entry.bounds);
     return node;
 }
 
@@ -69,7 +69,7 @@ void Inventory::refreshScreenList() {
                     : 0.0f;
         }
         node->name = displayProductName(server_, entry.displayId);
-        node->dimensions = entry.frame;
+        node->dimensions = retagged<AnySpace>(entry.frame);
         node->kind = PVElementKindScreen;
         node->scaling = static_cast<float>(entry.backingScaleFactor);
         root->addChild(node);
@@ -96,7 +96,7 @@ void Inventory::refreshWindows() {
 void Inventory::fileWindow(const WindowListEntry& entry) {
     auto window = makeWindowNode(entry);
     const auto maxCount = static_cast<uint32_t>(std::min<uint64_t>(root->childCount(), kMaxScreens));
-    const auto displays = server_.displaysOfRect(entry.bounds, maxCount);
+    const auto displays = server_.displaysOfRect(window->windowBounds(), maxCount);
     if (!displays || displays->empty()) return;
 
     for (size_t i = 0; i < std::min(displays->size(), kMaxScreens); ++i) {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/geometry.h"
+#include "platform/coordinates.h"
 #include "platform/image.h"
 
 namespace pv {
@@ -43,6 +43,9 @@ public:
     // Every node of the subtree whose dimensions contain the point, pre-order.
     void findNodes(std::vector<Ptr>& out, Point p) const;
 
+    ScreenRect screenFrame() const { return retagged<ScreenSpace>(dimensions); }
+    WindowRect windowBounds() const { return retagged<WindowSpace>(dimensions); }
+
     std::string displayName() const;
     std::string description() const;
 
@@ -56,6 +59,8 @@ public:
     std::string name = "Name";
     Ptr screen1;  // window nodes: first screen the bounds touch
     Ptr screen2;  // window nodes: second screen, empty on one screen
+    // Screens: the frame (bottom-up points); windows: the bounds (top-down
+    // points). screenFrame() and windowBounds() give them their types.
     Rect dimensions;
     uint32_t kind = PVElementKindRoot;
     uint32_t eidi = 0;

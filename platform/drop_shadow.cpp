@@ -94,20 +94,7 @@ Image addDropShadow(const Image& window, double scale) {
     for (size_t i = 0; i < alpha.size(); ++i) {
         out.pixels[i * 4 + 3] = static_cast<uint8_t>(std::clamp(alpha[i], 0.0f, 1.0f) * kPeak + 0.5f);
     }
-    for (int y = 0; y < window.height; ++y) {
-        const uint8_t* src = window.row(y);
-        uint8_t* dst = out.row(y + m.top) + static_cast<size_t>(m.left) * 4;
-        for (int x = 0; x < window.width * 4; x += 4) {
-            const unsigned a = src[x + 3];
-            if (a == 255) {
-                std::copy(src + x, src + x + 4, dst + x);
-                continue;
-            }
-            for (int c = 0; c < 4; ++c) {
-                dst[x + c] = static_cast<uint8_t>(src[x + c] + (dst[x + c] * (255 - a) + 127) / 255);
-            }
-        }
-    }
+    drawOver(out, window, m.left, m.top);
     return out;
 }
 

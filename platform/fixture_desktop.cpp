@@ -66,9 +66,10 @@ public:
         return static_cast<Int>(value);
     }
 
-    Rect rect(const json& v, const std::string& path) const {
+    template <class Space>
+    BasicRect<Space> rect(const json& v, const std::string& path) const {
         if (!v.is_array() || v.size() != 4) fail(path, "must be an array of 4 numbers [x, y, width, height]");
-        Rect r{number(v[0], path + "[0]"), number(v[1], path + "[1]"), number(v[2], path + "[2]"),
+        BasicRect<Space> r{number(v[0], path + "[0]"), number(v[1], path + "[1]"), number(v[2], path + "[2]"),
                number(v[3], path + "[3]")};
         if (r.width < 0 || r.height < 0) fail(path, "width and height must not be negative");
         return r;
@@ -103,7 +104,7 @@ double largestScale(const std::vector<ScreenListEntry>& screens) {
 
 // The largest scale of the screens a window touches (of all screens when it
 // touches none), which is what a real window server renders it at.
-double scaleOfWindow(const std::vector<ScreenListEntry>& screens, const Rect& bounds) {
+double scaleOfWindow(const std::vector<ScreenListEntry>& screens, const WindowRect& bounds) {
     double s = 0;
     for (uint32_t id : displaysMeetingRect(screens, bounds, static_cast<uint32_t>(screens.size()))) {
         for (const auto& screen : screens) {
@@ -115,38 +116,18 @@ double scaleOfWindow(const std::vector<ScreenListEntry>& screens, const Rect& bo
 
 int pixels(double points, double scale) { return static_cast<int>(std::lround(points * scale)); }
 
-// The screens' union in top-down points, the main screen's top-left at (0, 0).
-Rect desktopBounds(const std::vector<ScreenListEntry>& screens) {
-    if (screens.empty()) return {};
+// The screens' union in window-server points.
+WindowRect desktopBounds(const std::vector<ScreenListEntry>& screens) {
+    WindowRect area;
+    if (screens.empty()) return area;
     const double mainHeight = screens[0].frame.height;
-    double minX = 1e300, minY = 1e300, maxX = -1e300, maxY = -1e300;
-    for (const auto& s : screens) {
-        const double top = mainHeight - s.frame.y - s.frame.height;
-        minX = std::min(minX, s.frame.x);
-        minY = std::min(minY, top);
-        maxX = std::max(maxX, s.frame.maxX());
-        maxY = std::max(maxY, top + s.frame.height);
-    }
-    return {minX, minY, maxX - minX, maxY - minY};
-}
-
-// Draws src (premultiplied) over dst at (left, top), clipped.
-void drawOver(Image& dst, const Image& src, int left, int top) {
-    for (int y = std::max(0, -top); y < src.height && y + top < dst.height; ++y) {
-        const uint8_t* s = src.row(y);
-        uint8_t* d = dst.row(y + top);
-        for (int x = std::max(0, -left); x < src.width && x + left < dst.width; ++x) {
-            const uint8_t* sp = s + x * 4;
-            uint8_t* dp = d + (x + left) * 4;
-            const unsigned a = sp[3];
-            for (int c = 0; c < 4; ++c) dp[c] = static_cast<uint8_t>(sp[c] + (dp[c] * (255 - a) + 127) / 255);
-        }
-    }
+    for (const auto& s : screens) area = area.united(toWindowSpace(s.frame, mainHeight));
+    return area;
 }
 
 // Opaque black under the windows, back to front, as the user would see them.
 Image composeDesktop(const FixtureDesktop::Data& d) {
-    const Rect area = desktopBounds(d.screens);
+    const WindowRect area = desktopBounds(d.screens);
     const double s = largestScale(d.screens);
     Image canvas = Image::filled(pixels(area.width, s), pixels(area.height, s), 0, 0, 0, 255);
     for (auto it = d.windows.rbegin(); it != d.windows.rend(); ++it) {
@@ -172,7 +153,7 @@ void readScreens(const Reader& r, const json& root, FixtureDesktop::Data& d) {
         for (const auto& earlier : d.screens) {
             if (earlier.displayId == e.displayId) r.fail(path + ".displayId", "is used by an earlier screen");
         }
-        e.frame = r.rect(r.member(s, "frame", path + ".frame"), path + ".frame");
+        e.frame = r.rect<ScreenSpace>(r.member(s, "frame", path + ".frame"), path + ".frame");
         // Every other frame is given relative to the main screen's corner.
         if (i == 0 && (e.frame.x != 0 || e.frame.y != 0)) r.fail(path + ".frame", "the main screen must be at (0, 0)");
         e.backingScaleFactor =
@@ -213,7 +194,7 @@ void readWindows(const Reader& r, const json& root, FixtureDesktop::Data& d) {
         e.title = r.optionalText(w, "title", path);
         e.layer = w.contains("layer") ? r.integer<int32_t>(w["layer"], path + ".layer") : 0;
         e.sharingState = w.contains("sharingState") ? r.integer<int32_t>(w["sharingState"], path + ".sharingState") : 1;
-        e.bounds = r.rect(r.member(w, "bounds", path + ".bounds"), path + ".bounds");
+        e.bounds = r.rect<WindowSpace>(r.member(w, "bounds", path + ".bounds"), path + ".bounds");
         const double scale = scaleOfWindow(d.screens, e.bounds);
         d.pictures[e.number] = readPicture(r, w, path, e, scale);
         d.pictureScales[e.number] = scale;
@@ -262,12 +243,12 @@ std::optional<std::string> FixtureDesktop::productName(uint32_t displayId) {
 
 std::vector<WindowListEntry> FixtureDesktop::windowList() { return data_->windows; }
 
-std::optional<std::vector<uint32_t>> FixtureDesktop::displaysOfRect(const Rect& bounds, uint32_t maxCount) {
+std::optional<std::vector<uint32_t>> FixtureDesktop::displaysOfRect(const WindowRect& bounds, uint32_t maxCount) {
     return displaysMeetingRect(data_->screens, bounds, maxCount);
 }
 
 // Everything read here was fixed at load time, so concurrent calls are safe.
-std::optional<Image> FixtureDesktop::windowPicture(const std::optional<Rect>&, uint32_t windowNumber, bool framing) {
+std::optional<Image> FixtureDesktop::windowPicture(const std::optional<WindowRect>&, uint32_t windowNumber, bool framing) {
     auto it = data_->pictures.find(windowNumber);
     if (it == data_->pictures.end() || !it->second) return std::nullopt;
     if (framing) return addDropShadow(*it->second, data_->pictureScales.at(windowNumber));

@@ -26,9 +26,9 @@ public:
     std::vector<ScreenListEntry> screenList() override;
     std::optional<std::string> productName(uint32_t displayId) override;
     std::vector<WindowListEntry> windowList() override;
-    std::optional<std::vector<uint32_t>> displaysOfRect(const Rect& bounds, uint32_t maxCount) override;
+    std::optional<std::vector<uint32_t>> displaysOfRect(const WindowRect& bounds, uint32_t maxCount) override;
     // Safe to call from several threads at once.
-    std::optional<Image> windowPicture(const std::optional<Rect>& bounds, uint32_t windowNumber,
+    std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t windowNumber,
                                        bool framing) override;
     std::optional<Image> desktopPicture() override;
 

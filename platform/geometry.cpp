@@ -4,8 +4,8 @@
 
 namespace pv {
 
-std::string rectToString(const Rect& r) {
-    return fmt::format("{{{{{}, {}}}, {{{}, {}}}}}", r.x, r.y, r.width, r.height);
+std::string rectToString(double x, double y, double width, double height) {
+    return fmt::format("{{{{{}, {}}}, {{{}, {}}}}}", x, y, width, height);
 }
 
 }  // namespace pv

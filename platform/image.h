@@ -25,6 +25,23 @@ struct Image {
     static Image filled(int w, int h, uint8_t r, uint8_t g, uint8_t b, uint8_t a);
 };
 
+// The picture scaled to width x height pixels: bilinear when growing, the
+// average of the covered source area when shrinking (premultiplied values, so
+// transparent pixels do not darken their neighbours).
+Image resampled(const Image& src, int width, int height);
+
+// Where drawOver may change the destination: x, y, width, height in its pixels.
+struct PixelClip {
+    int x = 0;
+    int y = 0;
+    int width = 1 << 30;
+    int height = 1 << 30;
+};
+
+// Draws src with its top-left corner at (left, top) over dst (source-over,
+// premultiplied), touching only the pixels of dst inside clip.
+void drawOver(Image& dst, const Image& src, int left, int top, const PixelClip& clip = {});
+
 using ImagePtr = std::shared_ptr<const Image>;
 
 }  // namespace pv

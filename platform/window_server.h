@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/geometry.h"
+#include "platform/coordinates.h"
 #include "platform/image.h"
 
 namespace pv {
@@ -18,7 +18,7 @@ namespace pv {
 // has its origin at (0, 0).
 struct ScreenListEntry {
     uint32_t displayId = 0;           // never 0 for a real display
-    Rect frame;                       // bottom-up global points, y growing upward
+    ScreenRect frame;                 // bottom-up global points, y growing upward
     double backingScaleFactor = 1.0;  // pixels per point
 };
 
@@ -29,7 +29,7 @@ struct WindowListEntry {
     std::optional<std::string> title;
     uint32_t number = 0;
     int32_t layer = 0;
-    Rect bounds;  // top-down points, origin at the main screen's top-left corner
+    WindowRect bounds;  // top-down points, origin at the main screen's top-left corner
     int32_t ownerPID = 0;
 };
 
@@ -54,11 +54,11 @@ public:
     virtual std::vector<WindowListEntry> windowList() = 0;
     // Ids of the displays (all of them, in list order) whose frames meet the
     // window-server rectangle, at most maxCount; nullopt when the lookup fails.
-    virtual std::optional<std::vector<uint32_t>> displaysOfRect(const Rect& bounds, uint32_t maxCount) = 0;
+    virtual std::optional<std::vector<uint32_t>> displaysOfRect(const WindowRect& bounds, uint32_t maxCount) = 0;
     // Picture of one window. With bounds, the window is taken by that rectangle;
     // without, by its own bounds. framing adds the drop shadow around it.
     // nullopt when the window cannot be captured.
-    virtual std::optional<Image> windowPicture(const std::optional<Rect>& bounds, uint32_t windowNumber,
+    virtual std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t windowNumber,
                                                bool framing) = 0;
     // Picture of the whole desktop as the user sees it, in pixels.
     virtual std::optional<Image> desktopPicture() = 0;
@@ -67,7 +67,7 @@ public:
 // The displays-of-a-rectangle rule for window servers that only know their
 // screen list: screens whose frames, flipped into window-server coordinates
 // with the main screen's height, meet bounds with a non-empty area.
-std::vector<uint32_t> displaysMeetingRect(const std::vector<ScreenListEntry>& screens, const Rect& bounds,
+std::vector<uint32_t> displaysMeetingRect(const std::vector<ScreenListEntry>& screens, const WindowRect& bounds,
                                           uint32_t maxCount);
 
 }  // namespace pv

@@ -5,24 +5,44 @@
 
 namespace pv {
 
-Image composeSelection(const SelectionJobInput& input, const std::function<void(PVWindowElement&)>& takeShot,
-                       const std::function<void(const std::string&)>& status) {
-    Image canvas(static_cast<int>(input.outputRect.width), static_cast<int>(input.outputRect.height));
-    if (canvas.isNull()) return canvas;
-    QImage target = wrapImageForDrawing(canvas);
-    for (const auto& node : input.windows) {
-        if (node->shot) {
-            status("Cached: " + node->name);
-        } else {
-            status("Capturing: " + node->name);
-            takeShot(*node);
-            if (!node->shot) continue;
+SelectionJobInput selectionJobInput(const std::vector<PVWindowElement::Ptr>& windowsInLayerOrder,
+                                    const PixelRect& outputRect, float maxBackingScale, float mainScreenHeight) {
+    SelectionJobInput input;
+    input.outputRect = outputRect;
+    input.maxBackingScale = maxBackingScale;
+    input.mainScreenHeight = mainScreenHeight;
+    for (const auto& w : windowsInLayerOrder) input.windows.push_back({w, heldShot(*w)});
+    return input;
+}
+
+SelectionJobResult composeSelection(const SelectionJobInput& input,
+                                    const std::function<std::optional<Shot>(const PVWindowElement&)>& takeShot,
+                                    const std::function<void(const std::string&)>& status,
+                                    const std::atomic<bool>& cancel) {
+    SelectionJobResult result;
+    result.canvas = Image(static_cast<int>(input.outputRect.width), static_cast<int>(input.outputRect.height));
+    if (result.canvas.isNull()) return result;
+    QImage target = wrapImageForDrawing(result.canvas);
+    for (const SelectionItem& item : input.windows) {
+        if (cancel.load()) {
+            result.cancelled = true;
+            return result;
         }
-        const Rect bottomUp = selectionDestination(*node, input.outputRect, input.maxBackingScale,
-                                                   input.mainScreenHeight);
-        drawBehind(target, *node->shot, flipToTopDown(bottomUp, canvas.height));
+        const PVWindowElement& node = *item.node;
+        std::optional<Shot> shot = item.held;
+        if (shot) {
+            status("Cached: " + node.name);
+        } else {
+            status("Capturing: " + node.name);
+            shot = takeShot(node);
+            if (!shot) continue;
+            result.taken.emplace_back(item.node, *shot);
+        }
+        const CanvasRect dest = selectionDestination(node.windowBounds(), shot->shadowX, shot->shadowY,
+                                                     input.outputRect, input.maxBackingScale, input.mainScreenHeight);
+        drawBehind(target, *shot->picture, dest);
     }
-    return canvas;
+    return result;
 }
 
 }  // namespace pv

@@ -4,11 +4,11 @@
 
 namespace pv::x11 {
 
-Rect DesktopLayout::toPoints(int32_t x, int32_t y, int32_t width, int32_t height) const {
+WindowRect DesktopLayout::toPoints(int32_t x, int32_t y, int32_t width, int32_t height) const {
     return {(x - originX) / scale, (y - originY) / scale, width / scale, height / scale};
 }
 
-void DesktopLayout::toPixels(const Rect& points, int32_t* x, int32_t* y, int32_t* width, int32_t* height) const {
+void DesktopLayout::toPixels(const WindowRect& points, int32_t* x, int32_t* y, int32_t* width, int32_t* height) const {
     const double left = std::floor(points.minX() * scale + originX);
     const double top = std::floor(points.minY() * scale + originY);
     const double right = std::ceil(points.maxX() * scale + originX);
@@ -35,10 +35,9 @@ std::vector<ScreenListEntry> screenEntries(const std::vector<MonitorBox>& monito
     const DesktopLayout layout = layoutFor(monitorsMainFirst, scale);
     const double mainHeight = monitorsMainFirst.front().height / layout.scale;
     for (const MonitorBox& m : monitorsMainFirst) {
-        const Rect topDown = layout.toPoints(m.x, m.y, m.width, m.height);
         ScreenListEntry e;
         e.displayId = m.id;
-        e.frame = {topDown.x, mainHeight - topDown.y - topDown.height, topDown.width, topDown.height};
+        e.frame = toScreenSpace(layout.toPoints(m.x, m.y, m.width, m.height), mainHeight);
         e.backingScaleFactor = layout.scale;
         entries.push_back(e);
     }

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/geometry.h"
+#include "platform/coordinates.h"
 #include "platform/window_server.h"
 
 namespace pv::x11 {
@@ -26,9 +26,9 @@ struct DesktopLayout {
     double scale = 1.0;   // pixels per point
 
     // Root pixels to top-down points relative to the main monitor.
-    Rect toPoints(int32_t x, int32_t y, int32_t width, int32_t height) const;
+    WindowRect toPoints(int32_t x, int32_t y, int32_t width, int32_t height) const;
     // Top-down points back to root pixels, rounded outward to whole pixels.
-    void toPixels(const Rect& points, int32_t* x, int32_t* y, int32_t* width, int32_t* height) const;
+    void toPixels(const WindowRect& points, int32_t* x, int32_t* y, int32_t* width, int32_t* height) const;
 };
 
 // The layout whose main monitor is the first of the list (the whole root when empty).

@@ -31,26 +31,6 @@ void fillRect(Image& image, int32_t x, int32_t y, int32_t width, int32_t height,
     }
 }
 
-// Draws src (premultiplied) with its top-left at (left, top) over dest,
-// touching only the clip rectangle.
-void drawClipped(Image& dest, const Image& src, int32_t left, int32_t top, int32_t clipX, int32_t clipY,
-                 int32_t clipWidth, int32_t clipHeight) {
-    const int32_t x0 = std::max({0, left, clipX});
-    const int32_t y0 = std::max({0, top, clipY});
-    const int32_t x1 = std::min({dest.width, left + src.width, clipX + clipWidth});
-    const int32_t y1 = std::min({dest.height, top + src.height, clipY + clipHeight});
-    for (int32_t y = y0; y < y1; ++y) {
-        const uint8_t* s = src.row(y - top);
-        uint8_t* d = dest.row(y);
-        for (int32_t x = x0; x < x1; ++x) {
-            const uint8_t* sp = s + (x - left) * 4;
-            uint8_t* dp = d + x * 4;
-            const unsigned alpha = sp[3];
-            for (int c = 0; c < 4; ++c) dp[c] = static_cast<uint8_t>(sp[c] + (dp[c] * (255 - alpha) + 127) / 255);
-        }
-    }
-}
-
 }  // namespace
 
 using namespace x11;
@@ -124,11 +104,11 @@ std::vector<WindowListEntry> X11WindowServer::windowList() {
     return readWindowList(*conn_, layout, hasXRes_);
 }
 
-std::optional<std::vector<uint32_t>> X11WindowServer::displaysOfRect(const Rect& bounds, uint32_t maxCount) {
+std::optional<std::vector<uint32_t>> X11WindowServer::displaysOfRect(const WindowRect& bounds, uint32_t maxCount) {
     return displaysMeetingRect(screenList(), bounds, maxCount);
 }
 
-std::optional<Image> X11WindowServer::windowPicture(const std::optional<Rect>& bounds, uint32_t windowNumber,
+std::optional<Image> X11WindowServer::windowPicture(const std::optional<WindowRect>& bounds, uint32_t windowNumber,
                                                     bool framing) {
     std::optional<Image> picture;
     double scale = 1.0;
@@ -149,7 +129,7 @@ std::optional<Image> X11WindowServer::windowPixels(uint32_t windowNumber) {
     return pixels_->frame(*frame);
 }
 
-std::optional<Image> X11WindowServer::cutToRect(const Image& picture, uint32_t windowNumber, const Rect& bounds) {
+std::optional<Image> X11WindowServer::cutToRect(const Image& picture, uint32_t windowNumber, const WindowRect& bounds) {
     auto frame = frameOf(*conn_, windowNumber);
     if (!frame) return std::nullopt;
     auto geometry = conn_->get(xcb_get_geometry_reply, xcb_get_geometry(conn_->raw(), *frame));
@@ -200,7 +180,7 @@ void X11WindowServer::leaveOutUnshared(Image& desktop) {
                 continue;
             }
             if (auto pixels = pixels_->frame(other->frame)) {
-                drawClipped(desktop, *pixels, other->x, other->y, area->x, area->y, area->width, area->height);
+                drawOver(desktop, *pixels, other->x, other->y, {area->x, area->y, area->width, area->height});
             }
         }
     }

@@ -32,8 +32,8 @@ public:
     std::vector<ScreenListEntry> screenList() override;
     std::optional<std::string> productName(uint32_t displayId) override;
     std::vector<WindowListEntry> windowList() override;
-    std::optional<std::vector<uint32_t>> displaysOfRect(const Rect& bounds, uint32_t maxCount) override;
-    std::optional<Image> windowPicture(const std::optional<Rect>& bounds, uint32_t windowNumber,
+    std::optional<std::vector<uint32_t>> displaysOfRect(const WindowRect& bounds, uint32_t maxCount) override;
+    std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t windowNumber,
                                        bool framing) override;
     std::optional<Image> desktopPicture() override;
 
@@ -46,7 +46,7 @@ private:
     explicit X11WindowServer(std::unique_ptr<x11::X11Connection> conn);
     std::vector<x11::X11Monitor> monitors();
     std::optional<Image> windowPixels(uint32_t windowNumber);
-    std::optional<Image> cutToRect(const Image& frame, uint32_t windowNumber, const Rect& bounds);
+    std::optional<Image> cutToRect(const Image& frame, uint32_t windowNumber, const WindowRect& bounds);
     void leaveOutUnshared(Image& desktop);
 
     mutable std::mutex mutex_;

@@ -16,8 +16,8 @@
 #include <filesystem>
 
 #include "app/app_delegate.h"
-#include "app/gui_view.h"
-#include "app/main_window.h"
+#include "app/shell/gui_view.h"
+#include "app/shell/main_window.h"
 #include "inventory/qt/outline_model.h"
 #include "platform/fixture_desktop.h"
 #include "preview/qt/render_view.h"
@@ -157,23 +157,23 @@ TEST_F(GuiViewTest, SaveDialogStartsAtTheSuggestedNameWithTheFormatsFilter) {
 
     view_.outputFolder = [] { return std::optional<std::string>("/srv/shots"); };
     answer = "/tmp/out/capture";
-    EXPECT_EQ(view_.askSaveFile("16-11-2026-17-05-09.psd", 0), "/tmp/out/capture.psd");
+    EXPECT_EQ(view_.askSaveFile("16-11-2026-17-05-09.psd", OutputFormat::GroupedPSD), "/tmp/out/capture.psd");
     EXPECT_EQ(asked.back().preset, QStringLiteral("/srv/shots/16-11-2026-17-05-09.psd"));
     EXPECT_EQ(asked.back().filter, QStringLiteral("Photoshop document (*.psd)"));
 
     answer = "/tmp/out/Capture.PSD";
-    EXPECT_EQ(view_.askSaveFile("x.psd", 1), "/tmp/out/Capture.PSD");
+    EXPECT_EQ(view_.askSaveFile("x.psd", OutputFormat::UngroupedPSD), "/tmp/out/Capture.PSD");
     EXPECT_EQ(asked.back().filter, QStringLiteral("Photoshop document (*.psd)"));
 
     // PNG; a name ending in the other format's extension still gets ".png".
     answer = "/tmp/out/desk.psd";
-    EXPECT_EQ(view_.askSaveFile("16-11-2026-17-05-09.png", 2), "/tmp/out/desk.psd.png");
+    EXPECT_EQ(view_.askSaveFile("16-11-2026-17-05-09.png", OutputFormat::PNG), "/tmp/out/desk.psd.png");
     EXPECT_EQ(asked.back().filter, QStringLiteral("PNG image (*.png)"));
 
     // No output folder: the home folder.
     view_.outputFolder = [] { return std::optional<std::string>(); };
     answer.clear();
-    EXPECT_EQ(view_.askSaveFile("a.png", 2), std::nullopt);
+    EXPECT_EQ(view_.askSaveFile("a.png", OutputFormat::PNG), std::nullopt);
     EXPECT_EQ(asked.back().preset, QDir::home().filePath("a.png"));
 }
 
@@ -315,7 +315,7 @@ TEST_F(GuiWithController, RefreshButtonFillsTheOutlineAndThePreview) {
 }
 
 TEST_F(GuiWithController, HotKeyCaptureWithTheWindowHiddenWritesEveryWindow) {
-    delegate_->settings.outputFormat = GroupedPSD;
+    delegate_->settings.outputFormat = OutputFormat::GroupedPSD;
     delegate_->settings.outputFolder = dir_.string();
     delegate_->capture();
     ASSERT_TRUE(waitFor([&] { return !finished_.empty(); }));
@@ -363,7 +363,7 @@ TEST_F(GuiWithController, ChoosingARowPreviewsItWhileSaveAndRefreshWait) {
 TEST_F(GuiWithController, CaptureSelectsTheRootWithoutStartingAPreview) {
     window_.show();
     delegate_->settings.outputFolder = dir_.string();
-    delegate_->settings.outputFormat = PNG;
+    delegate_->settings.outputFormat = OutputFormat::PNG;
     delegate_->capture();
     EXPECT_EQ(view_.selectedNodes(), (std::vector<PVWindowElement::Ptr>{delegate_->root()}));
     EXPECT_FALSE(delegate_->busy());

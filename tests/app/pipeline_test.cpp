@@ -12,7 +12,7 @@
 #include <regex>
 
 #include "app/app_delegate.h"
-#include "app/headless_view.h"
+#include "cli/headless_view.h"
 #include "platform/fixture_desktop.h"
 #include "tests/app/psd_outline.h"
 
@@ -104,7 +104,7 @@ std::vector<std::string> recordNames(const test::PsdOutline& psd) {
 }  // namespace
 
 TEST_F(Pipeline, GroupedCaptureWritesOneGroupPerApplicationIntoTheFolder) {
-    delegate_->settings.outputFormat = GroupedPSD;
+    delegate_->settings.outputFormat = OutputFormat::GroupedPSD;
     const auto outcome = captureAndWait();
     ASSERT_TRUE(outcome.ok) << outcome.reason;
     EXPECT_EQ(fs::path(outcome.path).parent_path(), dir_);
@@ -137,7 +137,7 @@ TEST_F(Pipeline, GroupedCaptureWritesOneGroupPerApplicationIntoTheFolder) {
 }
 
 TEST_F(Pipeline, UngroupedCaptureNamesLayersAfterApplicationAndWindow) {
-    delegate_->settings.outputFormat = UngroupedPSD;
+    delegate_->settings.outputFormat = OutputFormat::UngroupedPSD;
     const auto outcome = captureAndWait();
     ASSERT_TRUE(outcome.ok) << outcome.reason;
     const auto psd = test::readPsdOutline(outcome.path);
@@ -149,12 +149,12 @@ TEST_F(Pipeline, UngroupedCaptureNamesLayersAfterApplicationAndWindow) {
 }
 
 TEST_F(Pipeline, BackToBackCapturesProduceTwoCompleteFiles) {
-    delegate_->settings.outputFormat = GroupedPSD;
+    delegate_->settings.outputFormat = OutputFormat::GroupedPSD;
     delegate_->settings.outputFolder.reset();
     view_->saveFileAnswer = (dir_ / "first.psd").string();
     delegate_->capture();
     view_->saveFileAnswer = (dir_ / "second.psd").string();
-    delegate_->settings.outputFormat = UngroupedPSD;
+    delegate_->settings.outputFormat = OutputFormat::UngroupedPSD;
     delegate_->capture();
     ASSERT_TRUE(waitFor([&] { return outcomes_.size() == 2; }));
     for (const auto& o : outcomes_) EXPECT_TRUE(o.ok) << o.reason;
@@ -206,7 +206,7 @@ TEST_F(Pipeline, NoCapturableWindowEndsWithAReasonAndNoFile) {
 }
 
 TEST_F(Pipeline, PngCaptureWritesTheDesktopPicture) {
-    delegate_->settings.outputFormat = PNG;
+    delegate_->settings.outputFormat = OutputFormat::PNG;
     const auto outcome = captureAndWait();
     ASSERT_TRUE(outcome.ok) << outcome.reason;
     EXPECT_EQ(fs::path(outcome.path).extension(), ".png");

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "app/screen_change_watcher.h"
+#include "app/shell/screen_change_watcher.h"
 #include "tests/app/wait_for.h"
 
 namespace pv {

@@ -13,13 +13,13 @@
 
 #include <filesystem>
 
-#include "app/about_dialog.h"
+#include "app/shell/about_dialog.h"
 #include "app/app_delegate.h"
-#include "app/headless_view.h"
+#include "cli/headless_view.h"
 #include "app/localized.h"
-#include "app/preferences_dialog.h"
-#include "app/qt_shell.h"
-#include "app/tray.h"
+#include "app/shell/preferences_dialog.h"
+#include "app/shell/qt_shell.h"
+#include "app/shell/tray.h"
 #include "platform/fixture_desktop.h"
 
 using namespace pv;
@@ -95,7 +95,7 @@ TEST_F(Shell, FirstLaunchHasTheDefaultsAndAsksForAFolderAtOnce) {
     delegate_->awakeFromNib();
     EXPECT_TRUE(delegate_->settings.shadow);
     EXPECT_FALSE(delegate_->settings.ignoreSystemWindows);
-    EXPECT_EQ(delegate_->settings.outputFormat, UngroupedPSD);
+    EXPECT_EQ(delegate_->settings.outputFormat, OutputFormat::UngroupedPSD);
     EXPECT_FALSE(delegate_->settings.outputFolder);
     EXPECT_FALSE(delegate_->settings.shownIntro);
 
@@ -147,12 +147,12 @@ TEST_F(Shell, QuittingWithoutAFolderRemovesThePathAndKeepsAnEarlierBookmark) {
     store_->setValue("output", QString::fromStdString((dir_ / "pictures").string()));
     delegate_->awakeFromNib();
     delegate_->settings.outputFolder.reset();
-    delegate_->settings.outputFormat = PNG;
+    delegate_->settings.outputFormat = OutputFormat::PNG;
     delegate_->settings.shadow = false;
     delegate_->applicationWillTerminate();
     EXPECT_FALSE(store_->contains("output"));
     EXPECT_EQ(store_->value("outputBookmark").toByteArray().toStdString(), (dir_ / "pictures").string());
-    EXPECT_EQ(store_->value("format").toInt(), PNG);
+    EXPECT_EQ(store_->value("format").toInt(), int(OutputFormat::PNG));
     EXPECT_FALSE(store_->value("shadow").toBool());
 
     relaunch();  // the earlier folder comes back through its bookmark
@@ -163,21 +163,21 @@ TEST_F(Shell, QuittingWithoutAFolderRemovesThePathAndKeepsAnEarlierBookmark) {
 
 TEST_F(Shell, PreferencesShowTheSettingsAndActAtOnce) {
     delegate_->awakeFromNib();
-    delegate_->settings.outputFormat = PNG;
+    delegate_->settings.outputFormat = OutputFormat::PNG;
     delegate_->preferences();
     PreferencesDialog& prefs = shell_->preferencesDialog();
     EXPECT_EQ(prefs.folderField()->text(), "< No folder selected >");
     EXPECT_TRUE(prefs.shadowField()->isChecked());
     EXPECT_FALSE(prefs.ignoreField()->isChecked());
     ASSERT_EQ(prefs.formatField()->buttons().size(), 3);
-    EXPECT_TRUE(prefs.formatField()->button(PNG)->isChecked());
+    EXPECT_TRUE(prefs.formatField()->button(int(OutputFormat::PNG))->isChecked());
     // Radio buttons stand in value order: grouped, ungrouped, PNG.
     EXPECT_TRUE(prefs.formatField()->button(0)->text().startsWith("Grouped PSD"));
     EXPECT_TRUE(prefs.formatField()->button(1)->text().startsWith("Ungrouped PSD"));
     EXPECT_TRUE(prefs.formatField()->button(2)->text().startsWith("PNG"));
 
-    prefs.formatField()->button(GroupedPSD)->click();
-    EXPECT_EQ(delegate_->settings.outputFormat, GroupedPSD);
+    prefs.formatField()->button(int(OutputFormat::GroupedPSD))->click();
+    EXPECT_EQ(delegate_->settings.outputFormat, OutputFormat::GroupedPSD);
     const auto before = delegate_->root();
     prefs.ignoreField()->click();
     EXPECT_TRUE(delegate_->settings.ignoreSystemWindows);

@@ -85,25 +85,25 @@ protected:
 };
 
 TEST_F(OutputRectTest, TheTableOfScreensAndWindows) {
-    EXPECT_EQ(getOutputRect({on(main), on(main)}, *root, 2), (Rect{0, 0, 2880, 1800}));
-    EXPECT_EQ(getOutputRect({on(main), on(second)}, *root, 2), (Rect{0, -360, 6720, 2160}));
-    EXPECT_EQ(getOutputRect({on(second), on(main)}, *root, 2), (Rect{0, -360, 6720, 2160}));
-    EXPECT_EQ(getOutputRect({on(main, second)}, *root, 2), (Rect{0, -360, 6720, 2160}));
-    EXPECT_EQ(getOutputRect({on(second), on(second)}, *root, 2), (Rect{2880, -360, 3840, 2160}));
-    EXPECT_EQ(getOutputRect({}, *root, 2), (Rect{}));
-    EXPECT_EQ(getOutputRect({on(main)}, *root, 1), (Rect{0, 0, 1440, 900}));
+    EXPECT_EQ(getOutputRect({on(main), on(main)}, *root, 2), (PixelRect{0, 0, 2880, 1800}));
+    EXPECT_EQ(getOutputRect({on(main), on(second)}, *root, 2), (PixelRect{0, -360, 6720, 2160}));
+    EXPECT_EQ(getOutputRect({on(second), on(main)}, *root, 2), (PixelRect{0, -360, 6720, 2160}));
+    EXPECT_EQ(getOutputRect({on(main, second)}, *root, 2), (PixelRect{0, -360, 6720, 2160}));
+    EXPECT_EQ(getOutputRect({on(second), on(second)}, *root, 2), (PixelRect{2880, -360, 3840, 2160}));
+    EXPECT_EQ(getOutputRect({}, *root, 2), (PixelRect{}));
+    EXPECT_EQ(getOutputRect({on(main)}, *root, 1), (PixelRect{0, 0, 1440, 900}));
 }
 
 TEST_F(OutputRectTest, StackedScreensAddWidthsAndTakeTheTallerHeight) {
     second->dimensions = {0, 900, 1920, 1200};
-    EXPECT_EQ(getOutputRect({on(main), on(second)}, *root, 1), (Rect{0, 0, 3360, 1200}));
+    EXPECT_EQ(getOutputRect({on(main), on(second)}, *root, 1), (PixelRect{0, 0, 3360, 1200}));
 }
 
 TEST_F(OutputRectTest, WindowsWithoutAScreenCountAsNone) {
-    EXPECT_EQ(getOutputRect({on(nullptr)}, *root, 2), (Rect{}));
+    EXPECT_EQ(getOutputRect({on(nullptr)}, *root, 2), (PixelRect{}));
     // A screen-less window after a screened one pairs with the zero rectangle.
     second->dimensions = {-1920, -180, 1920, 1080};
-    EXPECT_EQ(getOutputRect({on(second), on(nullptr)}, *root, 1), (Rect{-1920, -180, 1920, 1080}));
+    EXPECT_EQ(getOutputRect({on(second), on(nullptr)}, *root, 1), (PixelRect{-1920, -180, 1920, 1080}));
 }
 
 // ---- window shots -----------------------------------------------------------
@@ -133,7 +133,7 @@ TEST_F(WindowShotTest, SystemWindowsAreTakenByTheirBoundsWithoutShadow) {
     getShot(*window, server, true);
     ASSERT_TRUE(window->shot);
     ASSERT_TRUE(server.requests[0].bounds);
-    EXPECT_EQ(*server.requests[0].bounds, window->dimensions);
+    EXPECT_EQ(*server.requests[0].bounds, window->windowBounds());
     EXPECT_FALSE(server.requests[0].framing);
     EXPECT_EQ(window->shadowX, 0);
     EXPECT_EQ(window->shadowY, 0);

@@ -1,11 +1,13 @@
 // Layer entries, group markers, un-premultiplication and layer preparation.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <random>
 
 #include "document/group_markers.h"
 #include "document/layer_element.h"
 #include "document/layer_preparation.h"
+#include "document/layer_stack.h"
 #include "document/unpremultiply.h"
 #include "document_test_support.h"
 
@@ -40,7 +42,7 @@ TEST(LayerElementTest, MarkersAreBornReadyWithFourEmptyRawBlocks) {
         EXPECT_EQ(m->name, "Mail");
         EXPECT_TRUE(m->ready);
         EXPECT_TRUE(m->compress);
-        EXPECT_EQ(m->location, Rect{});
+        EXPECT_EQ(m->location, CanvasRect{});
         EXPECT_EQ(m->imageData, Bytes(8, 0));
         EXPECT_EQ(m->channelSizes, (std::array<int32_t, 4>{2, 2, 2, 2}));
     }
@@ -55,24 +57,36 @@ struct Window {
     std::string parent;
 };
 
-// The way the layer stack is assembled: append each window's layer; when the
-// parent changes, close the previous group just before the new layer and
-// open the new one there; close the last group at the end.
-std::vector<LayerPtr> assemble(const std::vector<Window>& windows, int32_t format, int32_t& depth) {
-    std::vector<LayerPtr> layers;
-    const std::string* current = nullptr;
+// The document's own stack assembly over windows of one screen, each with a
+// small shot, filed under an application node per parent name.
+std::vector<LayerPtr> assemble(const std::vector<Window>& windows, OutputFormat format, int32_t& depth) {
+    auto root = std::make_shared<PVWindowElement>();
+    auto screen = std::make_shared<PVWindowElement>();
+    screen->kind = PVElementKindScreen;
+    screen->eidi = 1;
+    screen->dimensions = {0, 0, 100, 100};
+    root->addChild(screen);
+    std::map<std::string, PVWindowElement::Ptr> apps;
+    std::vector<PVWindowElement::Ptr> nodes;
     for (const auto& w : windows) {
-        auto layer = std::make_shared<LayerElement>();
-        layer->name = w.name;
-        layers.push_back(layer);
-        if (!current || *current != w.parent) {
-            if (current) insertGroupStart(layers, depth, format, *current, static_cast<int32_t>(layers.size()) - 1);
-            insertGroupEnd(layers, depth, format, w.parent, static_cast<int32_t>(layers.size()) - 1);
-            current = &w.parent;
+        auto& app = apps[w.parent];
+        if (!app) {
+            app = std::make_shared<PVWindowElement>();
+            app->kind = PVElementKindApplication;
+            app->name = w.parent;
+            screen->addChild(app);
         }
+        auto node = std::make_shared<PVWindowElement>();
+        node->kind = PVElementKindWindow;
+        node->name = w.name;
+        node->dimensions = {0, 0, 2, 2};
+        node->screen1 = screen;
+        node->shot = std::make_shared<const Image>(Image::filled(2, 2, 1, 2, 3, 255));
+        node->setParent(app);
+        app->addChild(node);
+        nodes.push_back(node);
     }
-    if (current) insertGroupStart(layers, depth, format, *current, static_cast<int32_t>(layers.size()));
-    return layers;
+    return assembleLayerStack(nodes, format, *root, ScreenMeasures{1, 100, 0}, depth);
 }
 
 std::vector<std::string> shape(const std::vector<LayerPtr>& layers) {
@@ -89,7 +103,7 @@ std::vector<std::string> shape(const std::vector<LayerPtr>& layers) {
 
 TEST(GroupMarkers, BracketEachApplicationsRunOfLayers) {
     int32_t depth = 0;
-    auto layers = assemble({{"a1", "A"}, {"a2", "A"}, {"b1", "B"}}, 0, depth);
+    auto layers = assemble({{"a1", "A"}, {"a2", "A"}, {"b1", "B"}}, OutputFormat::GroupedPSD, depth);
     EXPECT_EQ(shape(layers),
               (std::vector<std::string>{"end(A)", "a1", "a2", "start(A)", "end(B)", "b1", "start(B)"}));
     EXPECT_EQ(depth, 0);
@@ -97,8 +111,8 @@ TEST(GroupMarkers, BracketEachApplicationsRunOfLayers) {
 
 TEST(GroupMarkers, UngroupedFormatChangesNeitherLayersNorDepth) {
     int32_t depth = 3;
-    auto layers = assemble({{"a1", "A"}, {"b1", "B"}}, 1, depth);
-    EXPECT_EQ(shape(layers), (std::vector<std::string>{"a1", "b1"}));
+    auto layers = assemble({{"a1", "A"}, {"b1", "B"}}, OutputFormat::UngroupedPSD, depth);
+    EXPECT_EQ(shape(layers), (std::vector<std::string>{"A - a1", "B - b1"}));
     EXPECT_EQ(depth, 3);
 }
 
@@ -107,10 +121,10 @@ TEST(GroupMarkers, GroupsBeyondEightLevelsLoseBothMarkers) {
     std::vector<LayerPtr> layers;
     layers.push_back(std::make_shared<LayerElement>());
     int32_t depth = 0;
-    for (int i = 0; i < 10; ++i) insertGroupEnd(layers, depth, 0, "g" + std::to_string(i), 0);
+    for (int i = 0; i < 10; ++i) insertGroupEnd(layers, depth, OutputFormat::GroupedPSD, "g" + std::to_string(i), 0);
     EXPECT_EQ(depth, 10);
     for (int i = 9; i >= 0; --i)
-        insertGroupStart(layers, depth, 0, "g" + std::to_string(i), static_cast<int32_t>(layers.size()));
+        insertGroupStart(layers, depth, OutputFormat::GroupedPSD, "g" + std::to_string(i), static_cast<int32_t>(layers.size()));
     EXPECT_EQ(depth, 0);
     // Opened at depths 0..8: nine groups keep both markers; g9 keeps neither.
     int starts = 0, ends = 0;
@@ -127,8 +141,8 @@ TEST(GroupMarkers, GroupsBeyondEightLevelsLoseBothMarkers) {
 TEST(GroupMarkers, IndexOutsideTheListThrows) {
     std::vector<LayerPtr> layers(2);
     int32_t depth = 0;
-    EXPECT_THROW(insertGroupEnd(layers, depth, 0, "A", 3), std::out_of_range);
-    EXPECT_THROW(insertGroupStart(layers, depth, 0, "A", -1), std::out_of_range);
+    EXPECT_THROW(insertGroupEnd(layers, depth, OutputFormat::GroupedPSD, "A", 3), std::out_of_range);
+    EXPECT_THROW(insertGroupStart(layers, depth, OutputFormat::GroupedPSD, "A", -1), std::out_of_range);
     EXPECT_EQ(layers.size(), 2u);
 }
 

@@ -111,12 +111,12 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
         layers.push_back(layer);
         if (s.group.empty()) continue;
         if (!current || *current != s.group) {
-            if (current) insertGroupStart(layers, depth, 0, *current, static_cast<int32_t>(layers.size()) - 1);
-            insertGroupEnd(layers, depth, 0, s.group, static_cast<int32_t>(layers.size()) - 1);
+            if (current) insertGroupStart(layers, depth, OutputFormat::GroupedPSD, *current, static_cast<int32_t>(layers.size()) - 1);
+            insertGroupEnd(layers, depth, OutputFormat::GroupedPSD, s.group, static_cast<int32_t>(layers.size()) - 1);
             current = &s.group;
         }
     }
-    insertGroupStart(layers, depth, 0, *current, static_cast<int32_t>(layers.size()));
+    insertGroupStart(layers, depth, OutputFormat::GroupedPSD, *current, static_cast<int32_t>(layers.size()));
     ASSERT_EQ(layers.size(), 8u);
     for (auto& l : layers)
         if (l->type == LayerTypePixel) prepareLayer(*l);

@@ -5,10 +5,13 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <fstream>
 #include <regex>
+#include <set>
 
 #include "document/file_naming.h"
 #include "document/layer_preparation.h"
+#include "document/output_format.h"
 #include "document/psd_writer.h"
 #include "document/unpremultiply.h"
 #include "document_test_support.h"
@@ -422,9 +425,8 @@ TEST(FileNaming, DayFirstWithTheFormatsExtension) {
     t.tm_hour = 17;
     t.tm_min = 5;
     t.tm_sec = 9;
-    EXPECT_EQ(buildFileName(0, t), "16-11-2026-17-05-09.psd");
-    EXPECT_EQ(buildFileName(1, t), "16-11-2026-17-05-09.psd");
-    EXPECT_EQ(buildFileName(7, t), "16-11-2026-17-05-09.psd");
+    EXPECT_EQ(buildFileName(OutputFormat::GroupedPSD, t), "16-11-2026-17-05-09.psd");
+    EXPECT_EQ(buildFileName(OutputFormat::UngroupedPSD, t), "16-11-2026-17-05-09.psd");
     std::tm u{};
     u.tm_year = 2027 - 1900;
     u.tm_mon = 1;
@@ -432,7 +434,59 @@ TEST(FileNaming, DayFirstWithTheFormatsExtension) {
     u.tm_hour = 9;
     u.tm_min = 3;
     u.tm_sec = 7;
-    EXPECT_EQ(buildFileName(2, u), "01-02-2027-09-03-07.png");
+    EXPECT_EQ(buildFileName(OutputFormat::PNG, u), "01-02-2027-09-03-07.png");
+}
+
+TEST(FileNaming, TakenNamesAreNumberedBeforeTheExtension) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"/out/16-11-2026-17-05-09.psd", "/out/16-11-2026-17-05-09-2.psd"},
+        {"/out.d/shot", "/out.d/shot-2"},
+        {"/out/.hidden", "/out/.hidden-2"},
+        {"/out/a.b.png", "/out/a.b-2.png"},
+    };
+    for (const auto& [path, second] : cases) {
+        EXPECT_EQ(numberedPath(path, 1), path);
+        EXPECT_EQ(numberedPath(path, 2), second);
+    }
+    const std::set<std::string> taken{"/o/x.psd", "/o/x-2.psd", "/o/x-3.psd"};
+    EXPECT_EQ(firstFreePath("/o/x.psd", [&](const std::string& p) { return taken.count(p) > 0; }), "/o/x-4.psd");
+    EXPECT_EQ(firstFreePath("/o/y.psd", [&](const std::string& p) { return taken.count(p) > 0; }), "/o/y.psd");
+}
+
+std::string text(const std::vector<uint8_t>& bytes) { return {bytes.begin(), bytes.end()}; }
+
+TEST(FileNaming, ANumberedWriteNeverReplacesAFileAndAChosenOneDoes) {
+    pvtest::ScratchDir dir;
+    const std::string path = dir / "shot.psd";
+    std::ofstream(path) << "earlier";
+    const auto write = [&](const std::string& text, OnExisting onExisting) {
+        return writeFileAtomically(path, [&](AtomicFile& f) { return f.write(text.data(), text.size()); }, onExisting);
+    };
+    const WriteResult second = write("second", OnExisting::Number);
+    ASSERT_TRUE(second.ok) << second.error;
+    EXPECT_EQ(second.path, dir / "shot-2.psd");
+    EXPECT_EQ(write("third", OnExisting::Number).path, dir / "shot-3.psd");
+    EXPECT_EQ(text(pvtest::readFile(path)), "earlier");
+    EXPECT_EQ(text(pvtest::readFile(dir / "shot-2.psd")), "second");
+    const WriteResult replaced = write("chosen", OnExisting::Replace);
+    EXPECT_EQ(replaced.path, path);
+    EXPECT_EQ(text(pvtest::readFile(path)), "chosen");
+}
+
+TEST(OutputFormatNames, NumbersNamesAndExtensionsAgree) {
+    for (int64_t v : {0, 1, 2}) {
+        const auto f = outputFormatFromValue(v);
+        ASSERT_TRUE(f);
+        EXPECT_EQ(outputFormatValue(*f), v);
+        EXPECT_EQ(outputFormatFromName(outputFormatName(*f)), f);
+        EXPECT_EQ(fileKindOfName("x." + std::string(fileExtension(*f))),
+                  isLayered(*f) ? FileKind::LayeredDocument : FileKind::FlatPicture);
+    }
+    for (int64_t v : {-1, 3, 99}) EXPECT_FALSE(outputFormatFromValue(v));
+    EXPECT_FALSE(outputFormatFromName("tiff"));
+    EXPECT_EQ(fileKindOfName("/a/B.PNG"), FileKind::FlatPicture);
+    EXPECT_FALSE(fileKindOfName("/a/b.jpg"));
+    EXPECT_FALSE(fileKindOfName("/a.psd/b"));
 }
 
 // ---------------------------------------------------------------- refusals and failures

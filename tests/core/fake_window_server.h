@@ -18,7 +18,7 @@ public:
 
     // What the last windowPicture call asked for.
     struct PictureRequest {
-        std::optional<Rect> bounds;
+        std::optional<WindowRect> bounds;
         uint32_t number = 0;
         bool framing = false;
     };
@@ -32,11 +32,11 @@ public:
         return it->second;
     }
     std::vector<WindowListEntry> windowList() override { return windows; }
-    std::optional<std::vector<uint32_t>> displaysOfRect(const Rect& bounds, uint32_t maxCount) override {
+    std::optional<std::vector<uint32_t>> displaysOfRect(const WindowRect& bounds, uint32_t maxCount) override {
         if (failDisplayLookup) return std::nullopt;
         return displaysMeetingRect(screens, bounds, maxCount);
     }
-    std::optional<Image> windowPicture(const std::optional<Rect>& bounds, uint32_t number, bool framing) override {
+    std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t number, bool framing) override {
         requests.push_back({bounds, number, framing});
         auto it = pictures.find(number);
         if (it == pictures.end()) return std::nullopt;
@@ -44,7 +44,7 @@ public:
     }
     std::optional<Image> desktopPicture() override { return std::nullopt; }
 
-    WindowListEntry& addWindow(uint32_t number, const char* owner, int32_t pid, const char* title, Rect bounds,
+    WindowListEntry& addWindow(uint32_t number, const char* owner, int32_t pid, const char* title, WindowRect bounds,
                                int32_t layer = 0) {
         WindowListEntry e;
         e.sharingState = 1;

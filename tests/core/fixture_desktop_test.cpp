@@ -43,7 +43,7 @@ TEST(FixtureDesktop, ReportsScreensWindowsAndDefaults) {
     EXPECT_EQ(desktop->hostName(), "studio");
     const auto screens = desktop->screenList();
     ASSERT_EQ(screens.size(), 2u);
-    EXPECT_EQ(screens[1].frame, (Rect{1440, 0, 1920, 1200}));
+    EXPECT_EQ(screens[1].frame, (ScreenRect{1440, 0, 1920, 1200}));
     EXPECT_EQ(desktop->productName(2), "Studio 24");
     EXPECT_FALSE(desktop->productName(99));
     const auto windows = desktop->windowList();
@@ -108,7 +108,7 @@ TEST(FixtureDesktop, PngAndNullPicturesAndUnknownWindows) {
     EXPECT_FALSE(one->windowPicture(std::nullopt, 12345, false));
     EXPECT_FALSE(one->windowPicture(std::nullopt, 12345, true));
     // Taken by a rectangle, a window still gives its own picture.
-    auto byBounds = one->windowPicture(Rect{0, 0, 50, 50}, 41, false);
+    auto byBounds = one->windowPicture(WindowRect{0, 0, 50, 50}, 41, false);
     auto own = one->windowPicture(std::nullopt, 41, false);
     ASSERT_TRUE(byBounds && own);
     EXPECT_EQ(byBounds->pixels, own->pixels);

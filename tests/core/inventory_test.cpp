@@ -12,7 +12,7 @@ namespace {
 
 using test::FakeWindowServer;
 
-ScreenListEntry screen(uint32_t id, Rect frame, double scale) { return {id, frame, scale}; }
+ScreenListEntry screen(uint32_t id, ScreenRect frame, double scale) { return {id, frame, scale}; }
 
 std::vector<std::string> namesOf(const PVWindowElement::Ptr& node) {
     std::vector<std::string> names;

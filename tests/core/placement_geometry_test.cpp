@@ -23,31 +23,28 @@ const PVWindowElement& windowAt(Rect bounds, float shadowX = 0, float shadowY = 
 
 }  // namespace
 
-TEST(SelectionDestination, WindowOnARetinaScreenLandsWhereItStood) {
-    // One screen of 1440x900 points at factor 2: canvas 2880x1800.
-    const Rect R{0, 0, 2880, 1800};
-    const auto& w = windowAt({100, 50, 800, 600});
-    const Rect d = selectionDestination(w, R, 2.0f, 900.0f);
-    EXPECT_EQ(d, (Rect{200, 500, 1600, 1200}));
-    // Its top edge is 100 pixels under the top of the canvas (50 points at factor 2).
-    EXPECT_EQ(flipToTopDown(d, R.height), (Rect{200, 100, 1600, 1200}));
-}
-
-TEST(SelectionDestination, ShadowMarginsMoveTheShotLeftAndUpUnscaled) {
-    const Rect R{0, 0, 2880, 1800};
-    const auto& w = windowAt({100, 50, 800, 600}, 28, 24);
-    EXPECT_EQ(selectionDestination(w, R, 2.0f, 900.0f), (Rect{172, 524, 1600, 1200}));
-}
-
-TEST(SelectionDestination, CanvasOriginOfTheSecondScreenIsSubtracted) {
-    // Main 1440x900 at factor 2, second 1920x1080 to the right at y -180.
-    const Rect R{2880, -360, 3840, 2160};
-    const auto& w = windowAt({1500, 0, 400, 300});
-    const Rect d = selectionDestination(w, R, 2.0f, 900.0f);
-    EXPECT_DOUBLE_EQ(d.x, 3000 - 2880);
-    // Bottom edge: 1800 + 360 - 0 - 600 = 1560 above the canvas bottom.
-    EXPECT_DOUBLE_EQ(d.y, 1560);
-    EXPECT_DOUBLE_EQ(flipToTopDown(d, R.height).y, 0);
+TEST(SelectionDestination, WindowsLandWhereTheyStoodOnTheCanvas) {
+    struct Case {
+        const char* what;
+        PixelRect canvas;
+        WindowRect bounds;
+        float shadowX, shadowY;
+        CanvasRect expected;
+    };
+    // Main screen 1440x900 points at factor 2 (canvas 2880x1800); a second
+    // 1920x1080 to its right at y -180 (canvas origin 2880, -360).
+    const Case cases[] = {
+        {"top edge 50 points down is 100 pixels down", {0, 0, 2880, 1800}, {100, 50, 800, 600}, 0, 0,
+         {200, 100, 1600, 1200}},
+        {"shadow margins move it left and up, unscaled", {0, 0, 2880, 1800}, {100, 50, 800, 600}, 28, 24,
+         {172, 76, 1600, 1200}},
+        {"the second screen's canvas origin is subtracted", {2880, -360, 3840, 2160}, {1500, 0, 400, 300}, 0, 0,
+         {120, 0, 800, 600}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(selectionDestination(c.bounds, c.shadowX, c.shadowY, c.canvas, 2.0f, 900.0f), c.expected);
+    }
 }
 
 TEST(LayerPixelSize, ShotAtLeastAsWideAsTheWindowKeepsItsOwnSize) {
@@ -63,7 +60,7 @@ TEST(LayerPixelSize, NarrowerShotIsStretchedToTheWindowAtScale) {
 
 TEST(LayerLocation, SubtractsOutputOriginAndShadowAsStored) {
     const auto& w = windowAt({100, 40, 800, 600}, 10, 6);
-    const Rect loc = layerLocation(w, {1620, 1212}, 0, 2.0f, 0.0f);
+    const CanvasRect loc = layerLocation(w, {1620, 1212}, 0, 2.0f, 0.0f);
     EXPECT_DOUBLE_EQ(loc.x, 190);  // 2 * 100 - 0 - 10
     EXPECT_DOUBLE_EQ(loc.y, 74);   // 2 * 40 - 6
     EXPECT_DOUBLE_EQ(loc.width, 1620);
@@ -73,7 +70,7 @@ TEST(LayerLocation, SubtractsOutputOriginAndShadowAsStored) {
 TEST(LayerLocation, ScreenTopOffsetLowersEveryLayer) {
     // A taller second screen stands 300 points above the main one.
     const auto& w = windowAt({1500, -300, 400, 300});
-    const Rect loc = layerLocation(w, {400, 300}, 0, 1.0f, 300.0f);
+    const CanvasRect loc = layerLocation(w, {400, 300}, 0, 1.0f, 300.0f);
     EXPECT_DOUBLE_EQ(loc.y, 0);
     EXPECT_DOUBLE_EQ(loc.x, 1500);
 }

@@ -30,9 +30,9 @@ TEST(DisplayLoss, EveryCallThrowsOnceTheServerIsGone) {
     expectLost([&] { server->windowList(); });
     expectLost([&] { server->screenList(); });
     expectLost([&] { server->productName(displayId); });
-    expectLost([&] { server->displaysOfRect(Rect{0, 0, 10, 10}, 2); });
+    expectLost([&] { server->displaysOfRect(WindowRect{0, 0, 10, 10}, 2); });
     expectLost([&] { server->windowPicture(std::nullopt, list.at(0).number, false); });
-    expectLost([&] { server->windowPicture(Rect{0, 0, 10, 10}, list.at(0).number, false); });
+    expectLost([&] { server->windowPicture(WindowRect{0, 0, 10, 10}, list.at(0).number, false); });
     expectLost([&] { server->desktopPicture(); });
 }
 

@@ -34,8 +34,8 @@ protected:
 TEST_F(TwoMonitors, PrimaryComesFirstWithBottomUpFramesFromItsBottomLeft) {
     const auto screens = server->screenList();
     ASSERT_EQ(screens.size(), 2u);
-    EXPECT_EQ(screens[0].frame, (Rect{0, 0, 1600, 900}));
-    EXPECT_EQ(screens[1].frame, (Rect{1600, 0, 1280, 1200}));
+    EXPECT_EQ(screens[0].frame, (ScreenRect{0, 0, 1600, 900}));
+    EXPECT_EQ(screens[1].frame, (ScreenRect{1600, 0, 1280, 1200}));
     EXPECT_NE(screens[0].displayId, 0u);
     EXPECT_NE(screens[1].displayId, 0u);
     EXPECT_NE(screens[0].displayId, screens[1].displayId);
@@ -46,17 +46,17 @@ TEST_F(TwoMonitors, PrimaryComesFirstWithBottomUpFramesFromItsBottomLeft) {
 TEST_F(TwoMonitors, WindowBoundsAreRelativeToTheMainMonitorsTopLeft) {
     makeFilledWindow(session->connection(), 24, 1700, 100, 200, 100, 0xff0000, "right");
     ASSERT_TRUE(waitForTitles(*server, {"right"}));
-    EXPECT_EQ(entryTitled(server->windowList(), "right")->bounds, (Rect{1700, -200, 200, 100}));
+    EXPECT_EQ(entryTitled(server->windowList(), "right")->bounds, (WindowRect{1700, -200, 200, 100}));
 }
 
 TEST_F(TwoMonitors, WindowSpanningBothMeetsBothDisplays) {
     const auto screens = server->screenList();
-    const Rect spanning{1500, 100, 200, 100};
+    const WindowRect spanning{1500, 100, 200, 100};
     EXPECT_EQ(server->displaysOfRect(spanning, 2),
               (std::vector<uint32_t>{screens[0].displayId, screens[1].displayId}));
     EXPECT_EQ(server->displaysOfRect(spanning, 1), (std::vector<uint32_t>{screens[0].displayId}));
-    EXPECT_EQ(server->displaysOfRect(Rect{1700, -250, 100, 100}, 2), (std::vector<uint32_t>{screens[1].displayId}));
-    EXPECT_EQ(server->displaysOfRect(Rect{100, -250, 100, 100}, 2), (std::vector<uint32_t>{}));  // above the main one
+    EXPECT_EQ(server->displaysOfRect(WindowRect{1700, -250, 100, 100}, 2), (std::vector<uint32_t>{screens[1].displayId}));
+    EXPECT_EQ(server->displaysOfRect(WindowRect{100, -250, 100, 100}, 2), (std::vector<uint32_t>{}));  // above the main one
 }
 
 TEST_F(TwoMonitors, VirtualMonitorsHaveNoProductName) {
@@ -78,8 +78,8 @@ TEST(Scale, XftDpiOnTheRootSetsThePointSize) {
     const auto screens = server->screenList();
     ASSERT_EQ(screens.size(), 1u);
     EXPECT_EQ(screens[0].backingScaleFactor, 2.0);
-    EXPECT_EQ(screens[0].frame, (Rect{0, 0, 800, 500}));
-    EXPECT_EQ(entryTitled(server->windowList(), "scaled")->bounds, (Rect{50, 100, 150, 50}));
+    EXPECT_EQ(screens[0].frame, (ScreenRect{0, 0, 800, 500}));
+    EXPECT_EQ(entryTitled(server->windowList(), "scaled")->bounds, (WindowRect{50, 100, 150, 50}));
     // Pictures stay in pixels.
     EXPECT_EQ(server->windowPicture(std::nullopt, entryTitled(server->windowList(), "scaled")->number, false)->width,
               300);

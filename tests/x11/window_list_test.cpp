@@ -126,7 +126,7 @@ TEST_F(UnmanagedDesktop, RootChildrenAreTheWindowsAtTheirOwnPlaces) {
     ASSERT_NE(logo, nullptr);
     EXPECT_EQ(logo->ownerName, "XLogo");
     EXPECT_EQ(logo->ownerPID, xlogo);
-    const Rect frame = frameByTools(*session, logo->number);
+    const WindowRect frame = frameByTools(*session, logo->number);
     EXPECT_EQ(logo->bounds, frame);
     EXPECT_EQ(logo->bounds.x, 50);  // without a window manager nothing moves it
     EXPECT_EQ(logo->bounds.y, 60);

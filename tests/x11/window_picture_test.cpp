@@ -68,7 +68,7 @@ TEST_F(ManagedPictures, EachPictureEqualsXwdOfTheUncoveredFrame) {
 
 TEST_F(ManagedPictures, HalfCoveredWindowIsCapturedWhole) {
     const Image uncovered = reference("xlogo");
-    const Rect logo = entry("xlogo").bounds;
+    const WindowRect logo = entry("xlogo").bounds;
     moveTo("xeyes", static_cast<int>(logo.x + logo.width / 2), static_cast<int>(logo.y));
     activateWindow(session->connection(), entry("xeyes").number);
     ASSERT_TRUE(XvfbSession::waitFor([&] { return indexOfTitle(server->windowList(), "xeyes") == 0; }));
@@ -126,7 +126,7 @@ TEST_F(ManagedPictures, GivenBoundsTakeThatRectangleOfTheWindow) {
     const WindowListEntry& e = entry("xlogo");
     const auto whole = server->windowPicture(std::nullopt, e.number, false);
     ASSERT_TRUE(whole);
-    const Rect grown = e.bounds.insetBy(-10, -10);
+    const WindowRect grown = e.bounds.insetBy(-10, -10);
     const auto picture = server->windowPicture(grown, e.number, false);
     ASSERT_TRUE(picture);
     ASSERT_EQ(picture->width, whole->width + 20);
@@ -134,11 +134,11 @@ TEST_F(ManagedPictures, GivenBoundsTakeThatRectangleOfTheWindow) {
     EXPECT_EQ(differingPixels(cropped(*picture, 10, 10, whole->width, whole->height), *whole), 0);
     EXPECT_EQ(picture->row(0)[3], 0);  // outside the window: transparent
 
-    const Rect leftHalf{e.bounds.x, e.bounds.y, e.bounds.width / 2, e.bounds.height};
+    const WindowRect leftHalf{e.bounds.x, e.bounds.y, e.bounds.width / 2, e.bounds.height};
     const auto half = server->windowPicture(leftHalf, e.number, false);
     ASSERT_TRUE(half);
     EXPECT_EQ(differingPixels(*half, cropped(*whole, 0, 0, half->width, half->height)), 0);
-    EXPECT_FALSE(server->windowPicture(Rect{e.bounds.x - 50, e.bounds.y, 20, 20}, e.number, false));
+    EXPECT_FALSE(server->windowPicture(WindowRect{e.bounds.x - 50, e.bounds.y, 20, 20}, e.number, false));
 }
 
 class UnmanagedPictures : public ::testing::Test {

@@ -18,23 +18,23 @@ TEST(DesktopLayout, FramesAreBottomUpFromTheMainMonitorsBottomLeft) {
     const auto screens = screenEntries(monitors, 1.0);
     ASSERT_EQ(screens.size(), 2u);
     EXPECT_EQ(screens[0].displayId, 11u);
-    EXPECT_EQ(screens[0].frame, (Rect{0, 0, 1600, 900}));
-    EXPECT_EQ(screens[1].frame, (Rect{1600, 0, 1280, 1200}));  // bottoms level
+    EXPECT_EQ(screens[0].frame, (ScreenRect{0, 0, 1600, 900}));
+    EXPECT_EQ(screens[1].frame, (ScreenRect{1600, 0, 1280, 1200}));  // bottoms level
 
     const std::vector<MonitorBox> topsLevel{{11, 0, 0, 1600, 900}, {12, 1600, 0, 1280, 1200}};
-    EXPECT_EQ(screenEntries(topsLevel, 1.0)[1].frame, (Rect{1600, -300, 1280, 1200}));
+    EXPECT_EQ(screenEntries(topsLevel, 1.0)[1].frame, (ScreenRect{1600, -300, 1280, 1200}));
 }
 
 TEST(DesktopLayout, PointsAreRootPixelsOverTheScaleFromTheMainTopLeft) {
     const std::vector<MonitorBox> monitors{{5, 200, 100, 2880, 1800}};
     const DesktopLayout layout = layoutFor(monitors, 2.0);
-    EXPECT_EQ(layout.toPoints(200, 100, 400, 300), (Rect{0, 0, 200, 150}));
-    EXPECT_EQ(layout.toPoints(0, 0, 100, 100), (Rect{-100, -50, 50, 50}));
-    EXPECT_EQ(screenEntries(monitors, 2.0)[0].frame, (Rect{0, 0, 1440, 900}));
+    EXPECT_EQ(layout.toPoints(200, 100, 400, 300), (WindowRect{0, 0, 200, 150}));
+    EXPECT_EQ(layout.toPoints(0, 0, 100, 100), (WindowRect{-100, -50, 50, 50}));
+    EXPECT_EQ(screenEntries(monitors, 2.0)[0].frame, (ScreenRect{0, 0, 1440, 900}));
     EXPECT_EQ(screenEntries(monitors, 2.0)[0].backingScaleFactor, 2.0);
 
     int32_t x, y, w, h;
-    layout.toPixels(Rect{10.25, 20, 50.5, 10}, &x, &y, &w, &h);
+    layout.toPixels(WindowRect{10.25, 20, 50.5, 10}, &x, &y, &w, &h);
     EXPECT_EQ(x, 220);  // 200 + 20.5 rounded outward
     EXPECT_EQ(y, 140);
     EXPECT_EQ(w, 102);  // right edge 200 + 121.5 -> 322

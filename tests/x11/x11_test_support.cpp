@@ -48,7 +48,7 @@ bool waitUntilDrawn(WindowServer& server, uint32_t number) {
     });
 }
 
-Rect frameByTools(XvfbSession& session, uint32_t client) {
+WindowRect frameByTools(XvfbSession& session, uint32_t client) {
     const std::string info = session.run({"xwininfo", "-id", std::to_string(client)});
     double x = static_cast<double>(fieldOf(info, "Absolute upper-left X"));
     double y = static_cast<double>(fieldOf(info, "Absolute upper-left Y"));

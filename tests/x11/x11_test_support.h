@@ -15,7 +15,10 @@
 #include "tests/x11/xvfb_session.h"
 
 namespace pv {
-inline void PrintTo(const Rect& r, std::ostream* os) { *os << rectToString(r); }
+template <class Space>
+void PrintTo(const BasicRect<Space>& r, std::ostream* os) {
+    *os << rectToString(r);
+}
 }  // namespace pv
 
 namespace pv::test {
@@ -33,7 +36,7 @@ bool waitUntilDrawn(WindowServer& server, uint32_t number);
 // The frame the user sees around a client window, in root pixels, computed
 // from what xwininfo and xprop report (client position plus the window
 // manager's _NET_FRAME_EXTENTS, or the border without a window manager).
-Rect frameByTools(XvfbSession& session, uint32_t client);
+WindowRect frameByTools(XvfbSession& session, uint32_t client);
 
 xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name);
 

@@ -1,4 +1,4 @@
-#include "app/main_window.h"
+#include "app/shell/main_window.h"
 
 #include <QHBoxLayout>
 #include <QHeaderView>

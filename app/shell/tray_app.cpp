@@ -1,4 +1,4 @@
-#include "app/tray_app.h"
+#include "app/shell/tray_app.h"
 
 #include <QApplication>
 #include <QGuiApplication>
@@ -9,16 +9,17 @@
 
 #include <iostream>
 
-#include "app/about_dialog.h"
+#include "app/shell/about_dialog.h"
 #include "app/app_delegate.h"
-#include "app/gui_view.h"
-#include "app/hot_key_filter.h"
-#include "app/main_window.h"
-#include "app/preferences_dialog.h"
-#include "app/qt_shell.h"
-#include "app/quit_on_signal.h"
-#include "app/screen_change_watcher.h"
-#include "app/tray.h"
+#include "app/shell/gui_view.h"
+#include "app/shell/hot_key_filter.h"
+#include "app/shell/main_window.h"
+#include "app/shell/preferences_dialog.h"
+#include "app/shell/qt_shell.h"
+#include "app/shell/quit_on_signal.h"
+#include "app/shell/screen_change_watcher.h"
+#include "app/shell/tray.h"
+#include "platform/build_info.h"
 #include "platform/x11/no_capture_mark.h"
 #include "platform/x11/x11_window_server.h"
 
@@ -48,8 +49,8 @@ void keepOutOfCaptures() {
 int runTrayApp(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
-    QApplication::setApplicationName("Plenavue");
-    QApplication::setOrganizationName("Veltrano");
+    QApplication::setApplicationName(kApplicationName);
+    QApplication::setOrganizationName(kOrganisationName);
     QApplication::setDesktopFileName("plenavue");
 
     std::string error;

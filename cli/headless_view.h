@@ -30,10 +30,11 @@ public:
     void raiseMainWindow() override {}
     std::vector<PVWindowElement::Ptr> selectedNodes() const override;
     void selectRoot() override;
-    std::optional<std::string> askSaveFile(const std::string& suggestedName, int outputFormat) override;
+    std::optional<std::string> askSaveFile(const std::string& suggestedName, OutputFormat outputFormat) override;
     void showAlert(const std::string& message) override;
     void playCaptureSound() override {}
     void documentFinished(const std::string& path, bool ok, const std::string& reason) override;
+    void log(const std::string& line) override;
 
     // What the last finished run reported.
     struct Outcome {
@@ -44,6 +45,8 @@ public:
     std::optional<Outcome> outcome;
     std::function<void()> onFinished;
     std::vector<std::string> statusLog;  // every status text, in order
+    std::vector<std::string> alerts;
+    std::vector<std::string> logLines;
 
     // Rows selected explicitly (tests); empty: whatever selectRoot chose.
     std::vector<PVWindowElement::Ptr> selection;

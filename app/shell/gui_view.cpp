@@ -1,4 +1,4 @@
-#include "app/gui_view.h"
+#include "app/shell/gui_view.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -13,8 +13,9 @@
 #include <QTreeView>
 
 #include <algorithm>
+#include <iostream>
 
-#include "app/main_window.h"
+#include "app/shell/main_window.h"
 #include "inventory/qt/outline_model.h"
 #include "preview/qt/render_view.h"
 
@@ -115,11 +116,11 @@ std::vector<PVWindowElement::Ptr> GuiView::selectedNodes() const {
 
 void GuiView::selectRoot() { window_.selectOnly(window_.outlineModel()->index(0, 0)); }
 
-std::optional<std::string> GuiView::askSaveFile(const std::string& suggestedName, int outputFormat) {
+std::optional<std::string> GuiView::askSaveFile(const std::string& suggestedName, OutputFormat outputFormat) {
     const auto folder = outputFolder ? outputFolder() : std::nullopt;
     const QDir dir(folder ? QString::fromStdString(*folder) : QDir::homePath());
-    const QString filter = outputFormat == 2 ? QStringLiteral("PNG image (*.png)")
-                                             : QStringLiteral("Photoshop document (*.psd)");
+    const QString filter = isLayered(outputFormat) ? QStringLiteral("Photoshop document (*.psd)")
+                                                   : QStringLiteral("PNG image (*.png)");
     QString chosen = saveDialog(&window_, QObject::tr("Save"), dir.filePath(QString::fromStdString(suggestedName)), filter);
     if (chosen.isEmpty()) return std::nullopt;
     const QString extension = QLatin1Char('.') + extensionOf(filter);
@@ -134,6 +135,8 @@ void GuiView::showAlert(const std::string& message) {
     box.addButton(QObject::tr("Ok"), QMessageBox::AcceptRole);
     box.exec();
 }
+
+void GuiView::log(const std::string& line) { std::cerr << "plenavue: " << line << '\n'; }
 
 void GuiView::playCaptureSound() {
     if (onPlaySound) onPlaySound();

@@ -1,4 +1,4 @@
-#include "app/screen_change_watcher.h"
+#include "app/shell/screen_change_watcher.h"
 
 #include <QGuiApplication>
 #include <QScreen>

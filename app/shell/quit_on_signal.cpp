@@ -1,4 +1,4 @@
-#include "app/quit_on_signal.h"
+#include "app/shell/quit_on_signal.h"
 
 #include <QSocketNotifier>
 

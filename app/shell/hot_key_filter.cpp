@@ -1,4 +1,4 @@
-#include "app/hot_key_filter.h"
+#include "app/shell/hot_key_filter.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>

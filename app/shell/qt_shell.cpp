@@ -1,12 +1,12 @@
-#include "app/qt_shell.h"
+#include "app/shell/qt_shell.h"
 
 #include <QDesktopServices>
 #include <QDir>
 #include <QFileDialog>
 #include <QUrl>
 
-#include "app/about_dialog.h"
-#include "app/preferences_dialog.h"
+#include "app/shell/about_dialog.h"
+#include "app/shell/preferences_dialog.h"
 
 namespace pv {
 

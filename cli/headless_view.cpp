@@ -1,4 +1,4 @@
-#include "app/headless_view.h"
+#include "cli/headless_view.h"
 
 #include <iostream>
 
@@ -16,9 +16,13 @@ void HeadlessView::selectRoot() {
     if (auto root = rootOf_()) selection.push_back(root);
 }
 
-std::optional<std::string> HeadlessView::askSaveFile(const std::string&, int) { return saveFileAnswer; }
+std::optional<std::string> HeadlessView::askSaveFile(const std::string&, OutputFormat) { return saveFileAnswer; }
 
-void HeadlessView::showAlert(const std::string& message) { std::cerr << message << '\n'; }
+// The command line reports a failure once, as the run's outcome; alerts and
+// log lines about it are kept for tests.
+void HeadlessView::showAlert(const std::string& message) { alerts.push_back(message); }
+
+void HeadlessView::log(const std::string& line) { logLines.push_back(line); }
 
 void HeadlessView::documentFinished(const std::string& path, bool ok, const std::string& reason) {
     outcome = Outcome{path, ok, reason};

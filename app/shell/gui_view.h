@@ -51,10 +51,11 @@ public:
     void raiseMainWindow() override;
     std::vector<PVWindowElement::Ptr> selectedNodes() const override;
     void selectRoot() override;
-    std::optional<std::string> askSaveFile(const std::string& suggestedName, int outputFormat) override;
+    std::optional<std::string> askSaveFile(const std::string& suggestedName, OutputFormat outputFormat) override;
     void showAlert(const std::string& message) override;
     void playCaptureSound() override;
     void documentFinished(const std::string& path, bool ok, const std::string& reason) override;
+    void log(const std::string& line) override;
 
 private:
     MainWindow& window_;

@@ -1,4 +1,4 @@
-#include "app/tray.h"
+#include "app/shell/tray.h"
 
 #include "app/app_delegate.h"
 

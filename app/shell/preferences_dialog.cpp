@@ -1,4 +1,4 @@
-#include "app/preferences_dialog.h"
+#include "app/shell/preferences_dialog.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>
@@ -34,11 +34,13 @@ PreferencesDialog::PreferencesDialog(AppDelegate& delegate, QWidget* parent)
     auto* formats = new QGroupBox("Format", this);
     auto* formatLayout = new QVBoxLayout(formats);
     formatField_ = new QButtonGroup(this);
-    const char* labels[] = {"Grouped PSD: one layer group per application",
-                            "Ungrouped PSD: layers named \"Application - Window\"", "PNG: one flat picture"};
-    for (int value = 0; value < 3; ++value) {
-        auto* radio = new QRadioButton(labels[value], formats);
-        formatField_->addButton(radio, value);
+    const std::pair<OutputFormat, const char*> choices[] = {
+        {OutputFormat::GroupedPSD, "Grouped PSD: one layer group per application"},
+        {OutputFormat::UngroupedPSD, "Ungrouped PSD: layers named \"Application - Window\""},
+        {OutputFormat::PNG, "PNG: one flat picture"}};
+    for (const auto& [format, label] : choices) {
+        auto* radio = new QRadioButton(label, formats);
+        formatField_->addButton(radio, outputFormatValue(format));
         formatLayout->addWidget(radio);
     }
 
@@ -57,7 +59,9 @@ PreferencesDialog::PreferencesDialog(AppDelegate& delegate, QWidget* parent)
     connect(folderButton_, &QAbstractButton::clicked, this, [this] { delegate_.prefsPick(); });
     connect(shadowField_, &QCheckBox::toggled, this, [this](bool on) { delegate_.changeShadow(on); });
     connect(ignoreField_, &QCheckBox::toggled, this, [this](bool on) { delegate_.changeIgnore(on); });
-    connect(formatField_, &QButtonGroup::idClicked, this, [this](int id) { delegate_.changeOutputFormat(id); });
+    connect(formatField_, &QButtonGroup::idClicked, this, [this](int id) {
+        if (auto format = outputFormatFromValue(id)) delegate_.changeOutputFormat(*format);
+    });
     connect(doneButton_, &QAbstractButton::clicked, this, [this] { delegate_.prefsDone(); });
 }
 
@@ -66,7 +70,7 @@ void PreferencesDialog::showSettings(const Settings& settings) {
     const QSignalBlocker blockIgnore(ignoreField_);
     shadowField_->setChecked(settings.shadow);
     ignoreField_->setChecked(settings.ignoreSystemWindows);
-    if (auto* button = formatField_->button(settings.outputFormat)) button->setChecked(true);
+    if (auto* button = formatField_->button(outputFormatValue(settings.outputFormat))) button->setChecked(true);
     showFolder(settings.outputFolder);
 }
 

@@ -1,7 +1,7 @@
 // The main window's controls wired to the controller.
 #include "app/app_delegate.h"
-#include "app/gui_view.h"
-#include "app/main_window.h"
+#include "app/shell/gui_view.h"
+#include "app/shell/main_window.h"
 
 namespace pv {
 

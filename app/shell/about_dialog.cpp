@@ -1,4 +1,4 @@
-#include "app/about_dialog.h"
+#include "app/shell/about_dialog.h"
 
 #include <QDialogButtonBox>
 #include <QHBoxLayout>

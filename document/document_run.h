@@ -1,0 +1,32 @@
+#pragma once
+// One layered document on its way to its file. The run owns its entries, its
+// ready count, its merged image and its path from the moment the document is
+// assembled until it is written or has failed; nothing outside it touches them.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "document/layer_element.h"
+#include "document/safe_file.h"
+#include "platform/geometry.h"
+#include "platform/image.h"
+
+namespace pv {
+
+struct DocumentRun {
+    std::string outputPath;
+    OnExisting onExisting = OnExisting::Replace;
+    std::vector<LayerPtr> layers;          // top of the stack first
+    int32_t readyCount = 0;                // entries of layers that are ready
+    std::vector<uint8_t> mergedImageData;  // the composite, RGBA premultiplied
+    Size size;                             // the composite's size in pixels
+    bool failed = false;
+
+    // The composite becomes the merged image; none leaves it empty.
+    void takeMergedImage(const ImagePtr& composite);
+    bool hasPixelLayer() const;
+    bool allReady() const { return readyCount == static_cast<int32_t>(layers.size()); }
+};
+
+}  // namespace pv

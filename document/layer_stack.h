@@ -1,0 +1,29 @@
+#pragma once
+// The layer stack of a document: one pixel layer per captured window, named
+// and placed, bracketed by group markers in the grouped format.
+
+#include <cstdint>
+#include <vector>
+
+#include "document/layer_element.h"
+#include "document/output_format.h"
+#include "inventory/inventory.h"
+
+namespace pv {
+
+// The collected windows (in outline order, duplicates kept) as the entries of
+// a document, top of the stack first:
+// - grouped format: in the order given, each run of windows of one
+//   application node bracketed by group markers named after it;
+// - ungrouped format: in layer order, named "Application - Window".
+// A window without a shot is left out. Each layer holds a copy of its shot's
+// pixels at the layer's size, placed on the output rectangle of the windows.
+// groupDepth is the nesting counter that the group markers share.
+std::vector<LayerPtr> assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format,
+                                         const PVWindowElement& root, const ScreenMeasures& measures,
+                                         int32_t& groupDepth);
+
+// How many entries of the stack are group markers (born ready).
+int32_t markerCount(const std::vector<LayerPtr>& layers);
+
+}  // namespace pv
