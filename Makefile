@@ -1,30 +1,46 @@
 # Plenavue: `make run` runs the main job, `make test` builds and runs every test.
 # Both install the Debian packages that are missing first.
+#
+#   make build    release build (build/)
+#   make check    release build and its quick unit tests
+#   make test     every test under AddressSanitizer and UndefinedBehaviorSanitizer
+#                 (build-asan/), the threaded ones again under ThreadSanitizer
+#                 (build-tsan/); warnings are errors in both
+#   make bench    release build and every benchmark
 
-BUILD_DIR ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build run test bench clean
+.PHONY: all deps build run check test test-asan test-tsan bench clean
 
 all: build
 
 deps:
 	@bash scripts/install-deps.sh
 
-$(BUILD_DIR)/build.ninja:
-	cmake -S . -B $(BUILD_DIR) -G Ninja
-
-build: deps $(BUILD_DIR)/build.ninja
-	cmake --build $(BUILD_DIR) -j $(JOBS)
+build: deps
+	cmake --preset release >/dev/null
+	cmake --build --preset release -j $(JOBS)
 
 run: build
-	@bash scripts/run.sh $(BUILD_DIR)/plenavue
+	@bash scripts/run.sh build/plenavue
 
-test: build
-	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+check: build
+	ctest --preset release -L unit -j $(JOBS)
+
+test: test-asan test-tsan
+
+test-asan: deps
+	cmake --preset asan >/dev/null
+	cmake --build --preset asan -j $(JOBS)
+	ctest --preset asan -j $(JOBS)
+
+test-tsan: deps
+	cmake --preset tsan >/dev/null
+	cmake --build --preset tsan -j $(JOBS)
+	ctest --preset tsan -j $(JOBS)
 
 bench: build
-	@for b in $(BUILD_DIR)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+	@for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
 
 clean:
-	rm -rf $(BUILD_DIR)
+	rm -rf build build-debug build-asan build-tsan

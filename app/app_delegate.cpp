@@ -1,7 +1,6 @@
 #include "app/app_delegate.h"
 
 #include <QFile>
-#include <QThreadPool>
 
 #include <atomic>
 #include <ctime>
@@ -50,12 +49,13 @@ struct AppDelegate::SelectionJob {
 AppDelegate::AppDelegate(WindowServer& server, AppView& view, QObject* parent)
     : QObject(parent), server_(server), view_(view), inventory_(server) {
     registerResources();
+    prepareMainThreadQueue();
 }
 
 AppDelegate::~AppDelegate() {
     // Background jobs report back to this controller; let them end before it goes.
     if (selectionJob_) selectionJob_->cancel = true;
-    QThreadPool::globalInstance()->waitForDone();
+    waitForBackgroundWork();
 }
 
 // ---- Inventory -------------------------------------------------------------
@@ -190,8 +190,9 @@ void AppDelegate::capture() {
         if (!picture) return reportDocument("", false, "the desktop picture could not be taken");
         compositeImage = std::make_shared<const Image>(std::move(*picture));
         view_.selectRoot();
-        if (!settings.outputFolder) return save();
+        if (!settings.outputFolder) return saveAs(true);
         setOutputFile(freeFileIn(*settings.outputFolder), OnExisting::Number);
+        desktopIsTheMergedImage_ = true;
         writeSelection();
     } catch (const PlatformError& e) {
         reportDocument("", false, e.what());
@@ -203,10 +204,13 @@ void AppDelegate::captureSelected() {
     refresh();
 }
 
-void AppDelegate::save() {
+void AppDelegate::save() { saveAs(false); }
+
+void AppDelegate::saveAs(bool desktopIsTheMergedImage) {
     const auto path = view_.askSaveFile(buildFileName(), settings.outputFormat);
     if (!path) return;
     setOutputFile(*path, OnExisting::Replace);  // the person chose to replace it
+    desktopIsTheMergedImage_ = desktopIsTheMergedImage;
     writeSelection();
 }
 
@@ -246,15 +250,20 @@ void AppDelegate::changeOutputFormat(OutputFormat format) { settings.outputForma
 void AppDelegate::writeToPSD() {
     auto run = beginRun();
     try {
-        run->takeMergedImage(compositeImage);
         const auto rows = view_.selectedNodes();
         auto windows = collectWindowsOf(rows);
         if (windows.empty())
             return finishRun(run, {false, nothingWritten(rows.empty() ? "no window was selected"
                                                                         : "there is no window to capture"), {}});
         takeMissingShots(windows, server_, settings.shadow);
-        run->layers = assembleLayerStack(std::move(windows), settings.outputFormat, *root(), measures(), groupDepth_);
+        auto stack = assembleLayerStack(std::move(windows), settings.outputFormat, *root(), measures(), groupDepth_);
+        run->layers = std::move(stack.layers);
         run->readyCount = markerCount(run->layers);
+        if (desktopIsTheMergedImage_) {
+            run->takeMergedImage(compositeImage);
+        } else {
+            run->composeMergedImage(stack.canvas.size());
+        }
     } catch (const std::exception& e) {
         view_.showAlert(std::string("Function:\twriteToPSD()\n\nException:\t") + e.what());
         return finishRun(run, {false, "cannot write " + run->outputPath + ": " + e.what(), {}});

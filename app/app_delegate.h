@@ -121,6 +121,7 @@ private:
     void setOutputFile(const std::string& path, OnExisting onExisting);
     std::string freeFileIn(const std::string& folder) const;
     void writeSelection();
+    void saveAs(bool desktopIsTheMergedImage);
     std::string nothingWritten(const std::string& reason) const;
     std::shared_ptr<DocumentRun> beginRun();
     void startPreparation(const std::shared_ptr<DocumentRun>& run);
@@ -137,6 +138,9 @@ private:
     AppView& view_;
     Inventory inventory_;
     OnExisting outputOnExisting_ = OnExisting::Replace;
+    // A capture of everything stores the desktop picture as the merged image;
+    // a saved selection the picture its own layers make.
+    bool desktopIsTheMergedImage_ = false;
     std::set<std::shared_ptr<DocumentRun>> runs_;  // preparing or writing
     std::shared_ptr<SelectionJob> selectionJob_;   // composing the preview
     std::optional<SelectionJobInput> pendingSelection_;

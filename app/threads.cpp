@@ -1,47 +1,140 @@
 #include "app/threads.h"
 
-#include <QMetaObject>
 #include <QObject>
-#include <QThreadPool>
+#include <QPointer>
+#include <QSocketNotifier>
 
-#include <memory>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
-#if defined(__SANITIZE_THREAD__)
-#include <sanitizer/tsan_interface.h>
-#define PV_HANDOVER_RELEASE(p) __tsan_release(p)
-#define PV_HANDOVER_ACQUIRE(p) __tsan_acquire(p)
-#else
-#define PV_HANDOVER_RELEASE(p) ((void)(p))
-#define PV_HANDOVER_ACQUIRE(p) ((void)(p))
-#endif
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
 
 namespace pv {
 
 namespace {
 
-// The task travels in a block of its own, whose address marks the hand-over:
-// everything written before it is released is seen after it is acquired.
-std::shared_ptr<std::function<void()>> handOver(std::function<void()> task) {
-    auto block = std::make_shared<std::function<void()>>(std::move(task));
-    PV_HANDOVER_RELEASE(block.get());
-    return block;
+class WorkerPool {
+public:
+    WorkerPool() {
+        const unsigned n = std::max(2u, std::thread::hardware_concurrency());
+        for (unsigned i = 0; i < n; ++i) threads_.emplace_back([this] { work(); });
+    }
+    ~WorkerPool() {
+        {
+            std::lock_guard lock(mutex_);
+            stopping_ = true;
+        }
+        wake_.notify_all();
+        for (auto& t : threads_) t.join();
+    }
+
+    void run(std::function<void()> task) {
+        {
+            std::lock_guard lock(mutex_);
+            tasks_.push_back(std::move(task));
+            ++unfinished_;
+        }
+        wake_.notify_one();
+    }
+
+    void waitForIdle() {
+        std::unique_lock lock(mutex_);
+        idle_.wait(lock, [this] { return unfinished_ == 0; });
+    }
+
+private:
+    void work() {
+        for (;;) {
+            std::function<void()> task;
+            {
+                std::unique_lock lock(mutex_);
+                wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
+                if (tasks_.empty()) return;
+                task = std::move(tasks_.front());
+                tasks_.pop_front();
+            }
+            task();
+            task = nullptr;  // what it holds goes before it counts as finished
+            std::lock_guard lock(mutex_);
+            if (--unfinished_ == 0) idle_.notify_all();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::condition_variable idle_;
+    std::deque<std::function<void()>> tasks_;
+    size_t unfinished_ = 0;
+    bool stopping_ = false;
+    std::vector<std::thread> threads_;
+};
+
+WorkerPool& pool() {
+    static WorkerPool instance;
+    return instance;
 }
 
-void receive(const std::shared_ptr<std::function<void()>>& block) {
-    PV_HANDOVER_ACQUIRE(block.get());
-    (*block)();
-}
+// Tasks for the main thread; an eventfd wakes its event loop.
+class MainThreadQueue {
+public:
+    MainThreadQueue() : fd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), notifier_(fd_, QSocketNotifier::Read) {
+        QObject::connect(&notifier_, &QSocketNotifier::activated, [this] { drain(); });
+    }
+    ~MainThreadQueue() { ::close(fd_); }
+
+    void post(QObject* context, std::function<void()> task) {
+        {
+            std::lock_guard lock(mutex_);
+            tasks_.push_back({QPointer<QObject>(context), std::move(task)});
+        }
+        const uint64_t one = 1;
+        [[maybe_unused]] const ssize_t n = ::write(fd_, &one, sizeof one);
+    }
+
+private:
+    struct Entry {
+        QPointer<QObject> context;
+        std::function<void()> task;
+    };
+
+    void drain() {
+        uint64_t count = 0;
+        [[maybe_unused]] const ssize_t n = ::read(fd_, &count, sizeof count);
+        for (;;) {
+            Entry entry;
+            {
+                std::lock_guard lock(mutex_);
+                if (tasks_.empty()) return;
+                entry = std::move(tasks_.front());
+                tasks_.pop_front();
+            }
+            if (entry.context) entry.task();
+        }
+    }
+
+    int fd_;
+    QSocketNotifier notifier_;
+    std::mutex mutex_;
+    std::deque<Entry> tasks_;
+};
+
+MainThreadQueue* mainQueue = nullptr;
 
 }  // namespace
 
-void runInBackground(std::function<void()> task) {
-    auto block = handOver(std::move(task));
-    QThreadPool::globalInstance()->start([block] { receive(block); }, QThread::HighPriority);
+void runInBackground(std::function<void()> task) { pool().run(std::move(task)); }
+
+void prepareMainThreadQueue() {
+    if (!mainQueue) mainQueue = new MainThreadQueue;  // lives as long as the program
 }
 
-void runOnThreadOf(QObject* context, std::function<void()> task) {
-    auto block = handOver(std::move(task));
-    QMetaObject::invokeMethod(context, [block] { receive(block); }, Qt::QueuedConnection);
-}
+void runOnThreadOf(QObject* context, std::function<void()> task) { mainQueue->post(context, std::move(task)); }
+
+void waitForBackgroundWork() { pool().waitForIdle(); }
 
 }  // namespace pv

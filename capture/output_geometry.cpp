@@ -22,8 +22,10 @@ PixelRect getOutputRect(const std::vector<PVWindowElement::Ptr>& windows, const 
                         float maxBackingScale) {
     uint32_t current = 0;
     for (const auto& window : windows) {
-        if (window->screen1 && window->screen2) return pairRect(window->screen1, window->screen2, maxBackingScale);
-        const uint32_t e = window->screen1 ? window->screen1->eidi : 0;
+        const auto screen1 = window->screen1.lock();
+        const auto screen2 = window->screen2.lock();
+        if (screen1 && screen2) return pairRect(screen1, screen2, maxBackingScale);
+        const uint32_t e = screen1 ? screen1->eidi : 0;
         if (e == current) continue;
         if (current != 0) return pairRect(root.findScreen(current), root.findScreen(e), maxBackingScale);
         current = e;

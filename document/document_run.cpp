@@ -2,12 +2,21 @@
 
 #include <algorithm>
 
+#include "document/merged_image.h"
+
 namespace pv {
 
 void DocumentRun::takeMergedImage(const ImagePtr& composite) {
     if (!composite || composite->isNull()) return;
     size = {static_cast<double>(composite->width), static_cast<double>(composite->height)};
     mergedImageData = composite->pixels;  // the writer un-premultiplies its own copy
+}
+
+void DocumentRun::composeMergedImage(Size canvas) {
+    Image merged = composeLayers(layers, static_cast<int>(canvas.width), static_cast<int>(canvas.height));
+    if (merged.isNull()) return;
+    size = {static_cast<double>(merged.width), static_cast<double>(merged.height)};
+    mergedImageData = std::move(merged.pixels);
 }
 
 bool DocumentRun::hasPixelLayer() const {

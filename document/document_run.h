@@ -25,6 +25,9 @@ struct DocumentRun {
 
     // The composite becomes the merged image; none leaves it empty.
     void takeMergedImage(const ImagePtr& composite);
+    // The merged image composed from the run's own layers on a canvas of that
+    // size (before they are prepared).
+    void composeMergedImage(Size canvas);
     bool hasPixelLayer() const;
     bool allReady() const { return readyCount == static_cast<int32_t>(layers.size()); }
 };

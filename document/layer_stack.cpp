@@ -58,9 +58,8 @@ private:
 
 }  // namespace
 
-std::vector<LayerPtr> assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format,
-                                         const PVWindowElement& root, const ScreenMeasures& measures,
-                                         int32_t& groupDepth) {
+LayerStack assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format,
+                              const PVWindowElement& root, const ScreenMeasures& measures, int32_t& groupDepth) {
     if (format != OutputFormat::GroupedPSD) sortIntoLayerOrder(collected);
     const PixelRect R = getOutputRect(collected, root, measures.maxBackingScale);
 
@@ -75,7 +74,7 @@ std::vector<LayerPtr> assembleLayerStack(std::vector<PVWindowElement::Ptr> colle
         groups.appended(parent.get(), parent ? parent->name : std::string());
     }
     groups.finish();
-    return layers;
+    return {std::move(layers), R};
 }
 
 int32_t markerCount(const std::vector<LayerPtr>& layers) {

@@ -19,9 +19,12 @@ namespace pv {
 // A window without a shot is left out. Each layer holds a copy of its shot's
 // pixels at the layer's size, placed on the output rectangle of the windows.
 // groupDepth is the nesting counter that the group markers share.
-std::vector<LayerPtr> assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format,
-                                         const PVWindowElement& root, const ScreenMeasures& measures,
-                                         int32_t& groupDepth);
+struct LayerStack {
+    std::vector<LayerPtr> layers;  // top of the stack first
+    PixelRect canvas;              // the output rectangle the layers are placed on
+};
+LayerStack assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format,
+                              const PVWindowElement& root, const ScreenMeasures& measures, int32_t& groupDepth);
 
 // How many entries of the stack are group markers (born ready).
 int32_t markerCount(const std::vector<LayerPtr>& layers);

@@ -171,7 +171,7 @@ std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& ti
 WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& merged,
                      const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status,
                      OnExisting onExisting) {
-    auto refuse = [&path](const std::string& reason) { return WriteResult{false, "cannot write " + path + ": " + reason}; };
+    auto refuse = [&path](const std::string& reason) { return WriteResult{false, "cannot write " + path + ": " + reason, {}}; };
 
     if (!(size.width >= 1 && size.height >= 1)) return refuse("the canvas is empty");
     if (size.width >= kMaxPSDDimension + 1 || size.height >= kMaxPSDDimension + 1)

@@ -103,7 +103,7 @@ void Inventory::fileWindow(const WindowListEntry& entry) {
         auto screen = root->findScreen((*displays)[i]);
         if (!screen) continue;  // a display beyond the first two
         (i == 0 ? window->screen1 : window->screen2) = screen;
-        window->scaling = std::max(scalingOf(window->screen1), scalingOf(window->screen2));
+        window->scaling = std::max(scalingOf(window->screen1.lock()), scalingOf(window->screen2.lock()));
 
         auto app = screen->findParent(static_cast<uint32_t>(entry.ownerPID));
         if (!app) {

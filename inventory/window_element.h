@@ -57,8 +57,11 @@ public:
     ImagePtr shot;    // window nodes: the captured picture, empty until taken
     ImagePtr shadow;  // never set; kept for completeness of the record
     std::string name = "Name";
-    Ptr screen1;  // window nodes: first screen the bounds touch
-    Ptr screen2;  // window nodes: second screen, empty on one screen
+    // Window nodes: the screens the bounds touch, first and second (empty on
+    // one screen). Back links: the tree owns its screens, the windows only
+    // point at them, so an old tree goes as a whole when nobody holds it.
+    std::weak_ptr<PVWindowElement> screen1;
+    std::weak_ptr<PVWindowElement> screen2;
     // Screens: the frame (bottom-up points); windows: the bounds (top-down
     // points). screenFrame() and windowBounds() give them their types.
     Rect dimensions;

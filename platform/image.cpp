@@ -18,13 +18,13 @@ Image Image::filled(int w, int h, uint8_t r, uint8_t g, uint8_t b, uint8_t a) {
     return img;
 }
 
-void drawOver(Image& dst, const Image& src, int left, int top, const PixelClip& clip) {
+void drawOver(Image& dst, const PixelsView& src, int left, int top, const PixelClip& clip) {
     const int x0 = std::max({0, left, clip.x});
     const int y0 = std::max({0, top, clip.y});
     const int x1 = std::min({dst.width, left + src.width, clip.x + std::min(clip.width, dst.width)});
     const int y1 = std::min({dst.height, top + src.height, clip.y + std::min(clip.height, dst.height)});
     for (int y = y0; y < y1; ++y) {
-        const uint8_t* s = src.row(y - top) + static_cast<size_t>(x0 - left) * 4;
+        const uint8_t* s = src.data + (static_cast<size_t>(y - top) * src.width + (x0 - left)) * 4;
         uint8_t* d = dst.row(y) + static_cast<size_t>(x0) * 4;
         for (int x = x0; x < x1; ++x, s += 4, d += 4) {
             const unsigned a = s[3];

@@ -38,9 +38,19 @@ struct PixelClip {
     int height = 1 << 30;
 };
 
+// Pixels held elsewhere, in the layout of an Image.
+struct PixelsView {
+    const uint8_t* data = nullptr;
+    int width = 0;
+    int height = 0;
+};
+
 // Draws src with its top-left corner at (left, top) over dst (source-over,
 // premultiplied), touching only the pixels of dst inside clip.
-void drawOver(Image& dst, const Image& src, int left, int top, const PixelClip& clip = {});
+void drawOver(Image& dst, const PixelsView& src, int left, int top, const PixelClip& clip = {});
+inline void drawOver(Image& dst, const Image& src, int left, int top, const PixelClip& clip = {}) {
+    drawOver(dst, PixelsView{src.pixels.data(), src.width, src.height}, left, top, clip);
+}
 
 using ImagePtr = std::shared_ptr<const Image>;
 

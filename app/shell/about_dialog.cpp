@@ -12,6 +12,7 @@
 namespace pv {
 
 AboutDialog::AboutDialog(AppDelegate& delegate, QWidget* parent) : QDialog(parent), delegate_(delegate) {
+    setWindowFlag(Qt::WindowStaysOnTopHint);  // as the preferences: never behind the floating main window
     setWindowTitle("About Plenavue");
 
     auto* icon = new QLabel(this);

@@ -18,6 +18,11 @@ namespace pv {
 
 PreferencesDialog::PreferencesDialog(AppDelegate& delegate, QWidget* parent)
     : QDialog(parent), delegate_(delegate) {
+    // The main window floats above ordinary windows once asked for; a dialog
+    // opened from the tray must not open behind it. Set before the native
+    // window exists, so that it is never replaced (and never loses its
+    // no-capture mark).
+    setWindowFlag(Qt::WindowStaysOnTopHint);
     setWindowTitle("Plenavue Preferences");
 
     folderField_ = new QLineEdit(this);

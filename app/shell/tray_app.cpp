@@ -47,18 +47,20 @@ void keepOutOfCaptures() {
 }  // namespace
 
 int runTrayApp(int argc, char** argv) {
-    QApplication app(argc, argv);
-    QApplication::setQuitOnLastWindowClosed(false);
-    QApplication::setApplicationName(kApplicationName);
-    QApplication::setOrganizationName(kOrganisationName);
-    QApplication::setDesktopFileName("plenavue");
-
+    // The display is tried first: Qt would end the program with an abort
+    // when it finds none.
     std::string error;
     auto server = X11WindowServer::connect("", &error);
     if (!server) {
         std::cerr << "plenavue: " << error << '\n';
         return 1;
     }
+
+    QApplication app(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setApplicationName(kApplicationName);
+    QApplication::setOrganizationName(kOrganisationName);
+    QApplication::setDesktopFileName("plenavue");
 
     MainWindow window;
     GuiView view(window);

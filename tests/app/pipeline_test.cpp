@@ -10,11 +10,15 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <set>
 
 #include "app/app_delegate.h"
 #include "cli/headless_view.h"
+#include "capture/window_collection.h"
 #include "platform/fixture_desktop.h"
 #include "tests/app/psd_outline.h"
+#include "tests/support/gated_window_server.h"
+#include "tests/support/psd_tools.h"
 
 #include "tests/app/wait_for.h"
 
@@ -59,19 +63,22 @@ protected:
         useDesktop(kDesktop);
     }
     void TearDown() override {
+        gate_->open();
         delegate_.reset();
         fs::remove_all(dir_);
     }
 
     void useDesktop(const char* json) {
+        if (gate_) gate_->open();
         delegate_.reset();
         const auto path = dir_ / "desktop.json";
         std::ofstream(path) << json;
         desktop_ = FixtureDesktop::load(path.string());
+        gate_ = std::make_unique<test::GatedWindowServer>(*desktop_);
         view_ = std::make_unique<HeadlessView>([this] { return delegate_ ? delegate_->root() : nullptr; });
         view_->verbose = false;
         view_->onFinished = [this] { outcomes_.push_back(*view_->outcome); };
-        delegate_ = std::make_unique<AppDelegate>(*desktop_, *view_);
+        delegate_ = std::make_unique<AppDelegate>(*gate_, *view_);
         delegate_->settings.outputFolder = dir_.string();
         delegate_->settings.shadow = false;
     }
@@ -90,6 +97,7 @@ protected:
 
     fs::path dir_;
     std::unique_ptr<FixtureDesktop> desktop_;
+    std::unique_ptr<test::GatedWindowServer> gate_;
     std::unique_ptr<HeadlessView> view_;
     std::unique_ptr<AppDelegate> delegate_;
     std::vector<HeadlessView::Outcome> outcomes_;
@@ -248,4 +256,146 @@ TEST_F(Pipeline, SelectingNothingChangesNothing) {
     delegate_->select();
     EXPECT_FALSE(delegate_->busy());
     EXPECT_TRUE(view_->statusLog.empty());
+}
+
+// ---- documents and previews at the same time --------------------------------
+//
+// The preview's job takes its pictures off the main thread; the gate holds it
+// inside its first picture while the test starts documents on the main thread.
+
+namespace {
+
+// What a reader we did not write finds in a file: its pixel layers, or
+// nothing when it refuses the file.
+std::optional<size_t> pixelLayersReadBack(const std::string& path) {
+    if (!test::psdToolsAvailable()) return test::readPsdOutline(path) ? std::optional<size_t>(0) : std::nullopt;
+    try {
+        const auto doc = test::psdToolsDump(path);
+        size_t count = 0;
+        std::function<void(const nlohmann::json&)> walk = [&](const nlohmann::json& layers) {
+            for (const auto& l : layers) {
+                if (l["kind"] == "pixel") ++count;
+                if (l.contains("children")) walk(l["children"]);
+            }
+        };
+        walk(doc["layers"]);
+        return count;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+class Interleaving : public Pipeline {
+protected:
+    // Selects the rows and starts the preview, held at the gate.
+    void previewHeld(const std::vector<PVWindowElement::Ptr>& rows) {
+        gate_->close();
+        view_->selection = rows;
+        delegate_->select();
+        ASSERT_TRUE(waitFor([&] { return gate_->waiting() == 1; }));
+    }
+    void finishAll() {
+        gate_->open();
+        ASSERT_TRUE(waitFor([&] { return !delegate_->busy(); }));
+    }
+    PVWindowElement::Ptr windowNamed(const std::string& name) {
+        for (const auto& w : collectWindowsOf({delegate_->root()}))
+            if (w->name == name) return w;
+        return nullptr;
+    }
+    void expectComplete(const HeadlessView::Outcome& o, size_t pixelLayers) {
+        ASSERT_TRUE(o.ok) << o.reason;
+        EXPECT_EQ(pixelLayersReadBack(o.path), pixelLayers) << o.path;
+    }
+};
+
+TEST_F(Interleaving, ACaptureDuringAPreviewIsWrittenWhole) {
+    delegate_->settings.outputFormat = OutputFormat::GroupedPSD;
+    delegate_->refresh();
+    previewHeld({delegate_->root()});
+    delegate_->capture();  // refreshes: the preview of the old tree stops
+    finishAll();
+    ASSERT_EQ(outcomes_.size(), 1u);
+    expectComplete(outcomes_[0], 3);
+    EXPECT_EQ(view_->statusLog.back(), "Ready");
+}
+
+TEST_F(Interleaving, SaveThenSelectKeepsTheSavedDocumentWhole) {
+    delegate_->settings.outputFormat = OutputFormat::UngroupedPSD;
+    delegate_->settings.outputFolder.reset();
+    delegate_->refresh();
+    previewHeld({delegate_->root()});
+    view_->saveFileAnswer = (dir_ / "saved.psd").string();
+    delegate_->save();                                   // the document of every window...
+    view_->selection = {windowNamed("Photo")};           // ...and at once another row
+    delegate_->select();
+    EXPECT_TRUE(delegate_->busy());
+    finishAll();
+    ASSERT_EQ(outcomes_.size(), 1u);
+    expectComplete(outcomes_[0], 3);
+    EXPECT_EQ(outcomes_[0].path, (dir_ / "saved.psd").string());
+    // The newest selection is what the preview shows: Photo alone, 120x90 points.
+    ASSERT_TRUE(delegate_->compositeImage);
+    EXPECT_EQ(view_->statusLog.back(), "Ready");
+    EXPECT_LE(gate_->mostAtOnce(), 1);
+}
+
+TEST_F(Interleaving, SelectingAgainStopsTheRunningPreviewAndOnlyTheNewestFollows) {
+    delegate_->refresh();
+    previewHeld({windowNamed("Untitled")});
+    view_->selection = {windowNamed("Untitled")};
+    delegate_->select();  // must wait for the running job, not take the same window beside it
+    waitFor([] { return false; }, 200);
+    EXPECT_EQ(gate_->waiting(), 1);
+    view_->selection = {windowNamed("Photo")};
+    delegate_->select();  // replaces the waiting selection
+    view_->statusLog.clear();
+    finishAll();
+    EXPECT_FALSE(sawStatus("Cached: Untitled"));
+    EXPECT_FALSE(sawStatus("Capturing: Untitled"));
+    EXPECT_TRUE(sawStatus("Capturing: Photo"));
+    EXPECT_LE(gate_->mostAtOnce(), 1);
+    // The pictures the jobs took reached their nodes (on the main thread).
+    EXPECT_TRUE(windowNamed("Untitled")->shot);
+    EXPECT_TRUE(windowNamed("Photo")->shot);
+    // The preview shows the newest selection only: Photo, not Untitled.
+    ASSERT_TRUE(delegate_->compositeImage);
+    EXPECT_EQ(delegate_->compositeImage->row(150)[100 * 4 + 3], 128);  // inside Photo
+    EXPECT_EQ(delegate_->compositeImage->row(50)[60 * 4 + 3], 0);      // inside Untitled only
+    EXPECT_EQ(view_->statusLog.back(), "Ready");
+}
+
+TEST_F(Interleaving, APreviewFailingWhileASaveRunsLeavesTheSaveWhole) {
+    delegate_->settings.outputFormat = OutputFormat::GroupedPSD;
+    delegate_->settings.outputFolder.reset();
+    delegate_->refresh();
+    previewHeld({delegate_->root()});
+    gate_->failOffMainThread(true);
+    view_->saveFileAnswer = (dir_ / "saved.psd").string();
+    delegate_->save();
+    finishAll();
+    ASSERT_EQ(outcomes_.size(), 1u);
+    expectComplete(outcomes_[0], 3);
+    EXPECT_TRUE(std::any_of(view_->statusLog.begin(), view_->statusLog.end(),
+                            [](const std::string& s) { return s.find("the preview failed") == 0; }));
+    EXPECT_FALSE(delegate_->busy());
+}
+
+TEST_F(Interleaving, TwentyCapturesInOneSecondGiveTwentyFiles) {
+    delegate_->settings.outputFormat = OutputFormat::GroupedPSD;
+    for (int i = 0; i < 20; ++i) delegate_->capture();
+    ASSERT_TRUE(waitFor([&] { return outcomes_.size() == 20; }));
+    std::set<std::string> paths;
+    for (const auto& o : outcomes_) {
+        ASSERT_TRUE(o.ok) << o.reason;
+        paths.insert(o.path);
+        EXPECT_TRUE(test::readPsdOutline(o.path)) << o.path;
+    }
+    EXPECT_EQ(paths.size(), 20u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()), 21);  // and desktop.json
+    expectComplete(outcomes_.back(), 3);
+    EXPECT_FALSE(delegate_->busy());
+    EXPECT_EQ(view_->statusLog.back(), "Ready");
 }

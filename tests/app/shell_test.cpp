@@ -29,12 +29,10 @@ namespace {
 
 const char* kNoFolderAlert = "No output folder selected.\n\nAfter taking a screenshot, you will be prompted for a file name.";
 
-// The command-line view, keeping the alerts it is asked to show.
+// The command-line view, which keeps the alerts and log lines it is given.
 class RecordingView : public HeadlessView {
 public:
     RecordingView() : HeadlessView([] { return PVWindowElement::Ptr(); }) { verbose = false; }
-    void showAlert(const std::string& message) override { alerts.push_back(message); }
-    std::vector<std::string> alerts;
 };
 
 void pressEscape(QWidget* w) {
@@ -160,6 +158,34 @@ TEST_F(Shell, QuittingWithoutAFolderRemovesThePathAndKeepsAnEarlierBookmark) {
 }
 
 // ---- preferences ----------------------------------------------------------------
+
+TEST_F(Shell, UnusableStoredValuesFallBackToTheDefaultsAndSaySo) {
+    store_->setValue("format", 99);
+    store_->setValue("shadow", "banana");
+    store_->setValue("ignore", "1");
+    store_->setValue("shownIntro", true);
+    delegate_->awakeFromNib();
+    EXPECT_EQ(delegate_->settings.outputFormat, OutputFormat::UngroupedPSD);
+    EXPECT_TRUE(delegate_->settings.shadow);
+    EXPECT_TRUE(delegate_->settings.ignoreSystemWindows);
+    ASSERT_EQ(view_.logLines.size(), 2u);
+    EXPECT_NE(view_.logLines[0].find("\"shadow\""), std::string::npos) << view_.logLines[0];
+    EXPECT_NE(view_.logLines[1].find("\"format\" has the unusable value \"99\""), std::string::npos)
+        << view_.logLines[1];
+    for (const char* text : {"-1", "banana", "2.5"}) {
+        store_->setValue("format", text);
+        delegate_->awakeFromNib();
+        EXPECT_EQ(delegate_->settings.outputFormat, OutputFormat::UngroupedPSD) << text;
+    }
+}
+
+TEST_F(Shell, DialogsFloatSoTheFloatingMainWindowCannotHideThem) {
+    delegate_->awakeFromNib();
+    delegate_->preferences();
+    delegate_->about();
+    EXPECT_TRUE(shell_->preferencesDialog().windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+    EXPECT_TRUE(shell_->aboutDialog().windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+}
 
 TEST_F(Shell, PreferencesShowTheSettingsAndActAtOnce) {
     delegate_->awakeFromNib();

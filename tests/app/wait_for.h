@@ -10,11 +10,11 @@
 
 namespace pv::test {
 
-inline bool waitFor(const std::function<bool()>& done) {
+inline bool waitFor(const std::function<bool()>& done, int limitMs = 60000) {
     QElapsedTimer timer;
     timer.start();
     while (!done()) {
-        if (timer.elapsed() > 60000) return false;
+        if (timer.elapsed() > limitMs) return false;
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
         QThread::msleep(1);
     }

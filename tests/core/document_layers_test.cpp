@@ -86,7 +86,7 @@ std::vector<LayerPtr> assemble(const std::vector<Window>& windows, OutputFormat 
         app->addChild(node);
         nodes.push_back(node);
     }
-    return assembleLayerStack(nodes, format, *root, ScreenMeasures{1, 100, 0}, depth);
+    return assembleLayerStack(nodes, format, *root, ScreenMeasures{1, 100, 0}, depth).layers;
 }
 
 std::vector<std::string> shape(const std::vector<LayerPtr>& layers) {

@@ -10,62 +10,13 @@
 #include "document/psd_writer.h"
 #include "document/unpremultiply.h"
 #include "document_test_support.h"
+#include "tests/support/psd_tools.h"
 
 using namespace pv;
 using Bytes = std::vector<uint8_t>;
 using nlohmann::json;
 
 namespace {
-
-const char* kPython = "/usr/bin/python3";
-
-bool psdToolsAvailable() {
-    const std::string cmd = std::string(kPython) + " -c 'import psd_tools, numpy' >/dev/null 2>&1";
-    return std::system(cmd.c_str()) == 0;
-}
-
-// The dump's JSON, or a failure naming what the reader said.
-json dump(const std::string& psdPath, const std::string& errPath) {
-    const std::string cmd = std::string(kPython) + " " + PV_SOURCE_DIR + "/tests/tools/psd_dump.py '" + psdPath +
-                            "' --pixels 2>'" + errPath + "'";
-    FILE* pipe = popen(cmd.c_str(), "r");
-    if (!pipe) throw std::runtime_error("cannot run " + cmd);
-    std::string out;
-    char buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
-    const int status = pclose(pipe);
-    if (status != 0) {
-        const Bytes err = pvtest::readFile(errPath);
-        throw std::runtime_error("psd_dump.py failed: " + std::string(err.begin(), err.end()));
-    }
-    return json::parse(out);
-}
-
-Bytes base64(const std::string& text) {
-    auto value = [](char c) -> int {
-        if (c >= 'A' && c <= 'Z') return c - 'A';
-        if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-        if (c >= '0' && c <= '9') return c - '0' + 52;
-        if (c == '+') return 62;
-        if (c == '/') return 63;
-        return -1;
-    };
-    Bytes out;
-    uint32_t acc = 0;
-    int bits = 0;
-    for (char c : text) {
-        const int v = value(c);
-        if (v < 0) continue;  // padding
-        acc = (acc << 6) | static_cast<uint32_t>(v);
-        bits += 6;
-        if (bits >= 8) {
-            bits -= 8;
-            out.push_back(static_cast<uint8_t>((acc >> bits) & 0xFF));
-        }
-    }
-    return out;
-}
 
 Bytes straight(Bytes premultiplied) {
     unpremultiply(premultiplied.data(), premultiplied.size());
@@ -92,7 +43,7 @@ Bytes translucent(int w, int h, uint8_t seed) {
 }  // namespace
 
 TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
-    if (!psdToolsAvailable()) GTEST_SKIP() << kPython << " cannot import psd_tools";
+    if (!test::psdToolsAvailable()) GTEST_SKIP() << "/usr/bin/python3 cannot import psd_tools";
 
     const int W = 12, H = 9;
     // Top of the stack first: a loose layer, then Editor's two windows, then Mail's one.
@@ -130,7 +81,7 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
     ASSERT_TRUE(r.ok) << r.error;
 
     json doc;
-    ASSERT_NO_THROW(doc = dump(path, dir / "stderr.txt"));
+    ASSERT_NO_THROW(doc = test::psdToolsDump(path, true));
     EXPECT_EQ(doc["width"], W);
     EXPECT_EQ(doc["height"], H);
     EXPECT_EQ(doc["channels"], 4);
@@ -170,9 +121,9 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
         EXPECT_EQ(e.node["top"], e.source.at.y);
         EXPECT_EQ(e.node["right"], e.source.at.x + e.source.at.width);
         EXPECT_EQ(e.node["bottom"], e.source.at.y + e.source.at.height);
-        EXPECT_EQ(base64(e.node["pixels"]["rgba"].get<std::string>()), straight(e.source.pixels));
+        EXPECT_EQ(test::fromBase64(e.node["pixels"]["rgba"].get<std::string>()), straight(e.source.pixels));
     }
     EXPECT_EQ(top[1]["children"][0]["name"], "Caf? notes");
 
-    EXPECT_EQ(base64(doc["merged"]["rgba"].get<std::string>()), expectedComposite);
+    EXPECT_EQ(test::fromBase64(doc["merged"]["rgba"].get<std::string>()), expectedComposite);
 }

@@ -112,8 +112,8 @@ TEST_F(InventoryTest, WindowsAreFiledUnderTheirApplicationFrontToBack) {
     EXPECT_EQ(notes->eidi, 13u);
     EXPECT_EQ(notes->windowLevel, 3);
     EXPECT_EQ(notes->parent(), editor);
-    EXPECT_EQ(notes->screen1, s);
-    EXPECT_FALSE(notes->screen2);
+    EXPECT_EQ(notes->screen1.lock(), s);
+    EXPECT_FALSE(notes->screen2.lock());
     EXPECT_FLOAT_EQ(notes->scaling, 2.0f);
     EXPECT_FALSE(notes->isSystemWindow);
 }
@@ -191,8 +191,8 @@ TEST_F(InventoryTest, AWindowSpanningTwoScreensIsFiledUnderBoth) {
     ASSERT_EQ(second->childCount(), 1u);
     auto wide = main->children()[0]->children()[0];
     EXPECT_EQ(wide, second->children()[0]->children()[0]);
-    EXPECT_EQ(wide->screen1, main);
-    EXPECT_EQ(wide->screen2, second);
+    EXPECT_EQ(wide->screen1.lock(), main);
+    EXPECT_EQ(wide->screen2.lock(), second);
     EXPECT_FLOAT_EQ(wide->scaling, 2.0f);
     EXPECT_EQ(wide->parent(), second->children()[0]);
     EXPECT_EQ(main->children()[0]->childCount(), 2u);

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# labels: unit
 # plenavue capture as a script uses it: stored settings, exit codes, one-line
 # errors, and no damage when a write fails.
 set -euo pipefail
@@ -65,6 +66,7 @@ run capture -q --desktop "$fixture" --format grouped --file "$target"
 [ "$status" -ne 0 ] || fail "read-only folder: exit 0"
 [ "$(grep -c . <<<"$err")" -ge 1 ] || fail "read-only folder: no message"
 grep "plenavue capture:" <<<"$err" | grep -qF "$target" || fail "read-only folder: message does not name the path: $err"
+[ "$(grep -c . <<<"$err")" -eq 1 ] || fail "read-only folder: the failure is not one line: $err"
 [ "$(cat "$target")" = "earlier file" ] || fail "read-only folder: the earlier file changed"
 [ "$(ls -A "$work/locked")" = "capture.psd" ] || fail "read-only folder: left behind: $(ls -A "$work/locked")"
 fi
@@ -77,9 +79,50 @@ run capture -q --desktop "$fixture" --format grouped --output "$work/missing"
 [ "$status" -ne 0 ] || fail "missing folder: exit 0"
 grep -qF "$work/missing" <<<"$err" || fail "missing folder: message does not name it: $err"
 
-# A bad fixture: one line, non-zero.
-run capture -q --desktop "$PV_SOURCE_DIR/tests/fixtures/bad/zero-display.json" --output "$work"
-[ "$status" -ne 0 ] && [ "$(wc -l <<<"$err")" -eq 1 ] || fail "bad fixture: exit $status, $err"
+# Usage errors: one line on stderr and exit 2, whatever the mistake.
+usage_cases=(
+  "capture --bogus"
+  "frobnicate"
+  "capture --desktop $fixture --output $work --file $work/x.psd"
+  "capture --desktop $fixture --format tiff --output $work"
+  "capture --desktop $fixture --file $work/x.png --format grouped"
+  "capture --desktop $fixture --file $work/x.jpg"
+  "capture --desktop $PV_SOURCE_DIR/tests/fixtures/bad/zero-display.json --output $work"
+)
+for args in "${usage_cases[@]}"; do
+  run $args
+  [ "$status" -eq 2 ] || fail "usage error '$args': exit $status"
+  [ "$(grep -c . <<<"$err")" -ge 1 ] || fail "usage error '$args': no message"
+done
+for empty in --file --output; do
+  run capture -q --desktop "$fixture" "$empty" ""
+  [ "$status" -eq 2 ] && [ "$(grep -c . <<<"$err")" -eq 1 ] || fail "$empty '': exit $status, $err"
+done
+[ ! -e "$work/x.png" ] && [ ! -e "$work/x.psd" ] || fail "a refused command wrote a file"
+
+# The extension of --file picks the format when --format is not given.
+run capture -q --desktop "$fixture" --file "$work/picked.png"
+[ "$status" -eq 0 ] && [ "$(head -c 4 "$work/picked.png" | tail -c 3)" = "PNG" ] || fail "--file x.png: not a PNG"
+run capture -q --desktop "$fixture" --file "$work/picked.psd"
+[ "$status" -eq 0 ] && [ "$(head -c 4 "$work/picked.psd")" = "8BPS" ] || fail "--file x.psd: not a PSD"
+
+# A file where the folder should be: one line that says so, exit 1.
+touch "$work/plain-file"
+run capture -q --desktop "$fixture" --output "$work/plain-file"
+[ "$status" -eq 1 ] && [ "$(grep -c . <<<"$err")" -eq 1 ] || fail "file as folder: exit $status, $err"
+grep -q "is not a folder" <<<"$err" || fail "file as folder: reason missing: $err"
+
+# Two processes in the same second: two files, neither replaced.
+mkdir "$work/same-second"
+"$PLENAVUE" capture -q --desktop "$fixture" --format grouped --output "$work/same-second" >"$work/a.out" 2>&1 &
+"$PLENAVUE" capture -q --desktop "$fixture" --format grouped --output "$work/same-second" >"$work/b.out" 2>&1 &
+wait
+[ "$(ls "$work/same-second" | wc -l)" -eq 2 ] || fail "two processes: $(ls "$work/same-second")"
+
+# The desktop application with no display: one line and exit 1, no abort.
+status=0
+env -u DISPLAY -u WAYLAND_DISPLAY "$PLENAVUE" >"$work/out" 2>"$work/err" || status=$?
+[ "$status" -eq 1 ] && [ "$(grep -c . "$work/err")" -eq 1 ] || fail "tray without display: exit $status, $(cat "$work/err")"
 
 # Every window unreadable: nothing written, non-zero.
 cat >"$work/dark.json" <<'JSON'

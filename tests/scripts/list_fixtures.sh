@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# labels: unit
 # plenavue list on every shipped fixture prints the tree we expect, its JSON
 # form carries the inventory's flags, and bad fixtures end with one clear line.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# labels: readers
 # ImageMagick and GIMP open a grouped capture without error and see its layers:
 # ImageMagick the composite plus every pixel layer (it drops groups by design),
 # GIMP one top-level group per application run with the windows inside.

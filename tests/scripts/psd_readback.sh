@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# labels: readers
 # Captures of every shipped fixture, grouped and ungrouped, with and without
 # shadows, read back with psd-tools and compared with what each fixture implies;
 # and a PNG capture read back with PIL.

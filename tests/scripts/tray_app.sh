@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# labels: gui x11
 # The desktop application on a private X server, driven as a person would:
 # the hot key captures everything but our own windows into the output folder,
 # SIGTERM quits through the same path as Quit and stores the settings, and a

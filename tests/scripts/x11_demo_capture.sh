@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# labels: x11 readers
 # `make run` without a display: the demo desktop (two monitors, openbox, real
 # clients) is captured into a grouped PSD that psd-tools reads back with one
 # group per application, each holding that application's windows with pixels,

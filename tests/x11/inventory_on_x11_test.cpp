@@ -100,7 +100,7 @@ TEST(InventoryOnX11, OurOwnWindowsAreLeftOutOfTheDesktopPicture) {
     ASSERT_TRUE(waitForTitles(*server, {"below", "ours"}));
     ASSERT_TRUE(XvfbSession::waitFor([&] {
         const auto list = server->windowList();
-        const auto* e = entryTitled(list, "ours");
+        const auto e = entryTitled(list, "ours");
         return e && e->sharingState == 0;
     }));
 

@@ -26,8 +26,8 @@ protected:
         delete session;
     }
     static void activate(const std::string& title) {
-        const auto* e = entryTitled(server->windowList(), title);
-        ASSERT_NE(e, nullptr);
+        const auto e = entryTitled(server->windowList(), title);
+        ASSERT_TRUE(e);
         activateWindow(session->connection(), e->number);
         ASSERT_TRUE(XvfbSession::waitFor([&] { return indexOfTitle(server->windowList(), title) == 0; }));
     }
@@ -46,8 +46,8 @@ TEST_F(ManagedDesktop, EachClientWindowComesWithTitleOwnerProcessAndFrame) {
     for (const Expected& x : {Expected{"xlogo", "XLogo", xlogo}, Expected{"xeyes", "XEyes", xeyes},
                               Expected{"terminal", "XTerm", xterm}}) {
         SCOPED_TRACE(x.title);
-        const WindowListEntry* e = entryTitled(list, x.title);
-        ASSERT_NE(e, nullptr);
+        const auto e = entryTitled(list, x.title);
+        ASSERT_TRUE(e);
         EXPECT_EQ(e->ownerName, x.owner);
         EXPECT_EQ(e->ownerPID, x.pid);  // xlogo and xeyes state no _NET_WM_PID: the server knows it
         EXPECT_EQ(e->sharingState, 1);
@@ -59,8 +59,8 @@ TEST_F(ManagedDesktop, EachClientWindowComesWithTitleOwnerProcessAndFrame) {
 }
 
 TEST_F(ManagedDesktop, FramesIncludeTheDecorations) {
-    const WindowListEntry* e = entryTitled(server->windowList(), "xlogo");
-    ASSERT_NE(e, nullptr);
+    const auto e = entryTitled(server->windowList(), "xlogo");
+    ASSERT_TRUE(e);
     EXPECT_GT(e->bounds.height, 150);  // title bar above the 150-pixel client
     EXPECT_GE(e->bounds.width, 200);
 }
@@ -78,16 +78,16 @@ TEST_F(ManagedDesktop, FrontmostWindowComesFirst) {
 
 TEST_F(ManagedDesktop, WindowsOfDifferentClientsNeverShareAnOwner) {
     const auto list = server->windowList();
-    const auto* a = entryTitled(list, "xlogo");
-    const auto* b = entryTitled(list, "xeyes");
+    const auto a = entryTitled(list, "xlogo");
+    const auto b = entryTitled(list, "xeyes");
     ASSERT_TRUE(a && b);
     EXPECT_NE(a->ownerPID, b->ownerPID);
     EXPECT_NE(a->number, b->number);
 }
 
 TEST_F(ManagedDesktop, MarkedWindowsAreNotShared) {
-    const WindowListEntry* e = entryTitled(server->windowList(), "xeyes");
-    ASSERT_NE(e, nullptr);
+    const auto e = entryTitled(server->windowList(), "xeyes");
+    ASSERT_TRUE(e);
     markWindowNoCapture(session->connection(), e->number);
     EXPECT_TRUE(XvfbSession::waitFor([&] { return entryTitled(server->windowList(), "xeyes")->sharingState == 0; }));
     EXPECT_EQ(entryTitled(server->windowList(), "xlogo")->sharingState, 1);
@@ -96,11 +96,11 @@ TEST_F(ManagedDesktop, MarkedWindowsAreNotShared) {
 }
 
 TEST_F(ManagedDesktop, MinimisedWindowsAreNotOnScreen) {
-    const WindowListEntry* e = entryTitled(server->windowList(), "terminal");
-    ASSERT_NE(e, nullptr);
+    const auto e = entryTitled(server->windowList(), "terminal");
+    ASSERT_TRUE(e);
     session->run({"xdotool", "windowminimize", "--sync", std::to_string(e->number)});
-    EXPECT_TRUE(XvfbSession::waitFor([&] { return entryTitled(server->windowList(), "terminal") == nullptr; }));
-    EXPECT_NE(entryTitled(server->windowList(), "xlogo"), nullptr);
+    EXPECT_TRUE(XvfbSession::waitFor([&] { return !entryTitled(server->windowList(), "terminal"); }));
+    EXPECT_TRUE(entryTitled(server->windowList(), "xlogo"));
     session->run({"xdotool", "windowmap", "--sync", std::to_string(e->number)});
 }
 
@@ -122,8 +122,8 @@ protected:
 
 TEST_F(UnmanagedDesktop, RootChildrenAreTheWindowsAtTheirOwnPlaces) {
     const auto list = server->windowList();
-    const auto* logo = entryTitled(list, "xlogo");
-    ASSERT_NE(logo, nullptr);
+    const auto logo = entryTitled(list, "xlogo");
+    ASSERT_TRUE(logo);
     EXPECT_EQ(logo->ownerName, "XLogo");
     EXPECT_EQ(logo->ownerPID, xlogo);
     const WindowRect frame = frameByTools(*session, logo->number);
@@ -155,7 +155,7 @@ TEST_F(UnmanagedDesktop, UnmappedAndInputOnlyWindowsAreLeftOut) {
     const xcb_window_t shown = makeFilledWindow(c, 24, 10, 10, 50, 50, 0x00ff00, "shown");
     ASSERT_TRUE(waitForTitles(*server, {"shown"}));
     const auto list = server->windowList();
-    EXPECT_EQ(entryTitled(list, "hidden"), nullptr);
+    EXPECT_FALSE(entryTitled(list, "hidden"));
     EXPECT_EQ(list.size(), 3u);
     EXPECT_EQ(list.front().number, shown);
     // A window without a class is owned by its process's name.
@@ -182,7 +182,7 @@ TEST_F(UnmanagedDesktop, ShellWindowTypesAreReportedUnderTheirSystemOwners) {
     EXPECT_EQ(entryTitled(list, "note")->ownerName, "SystemUIServer");
     EXPECT_EQ(entryTitled(list, "Desktop")->ownerName, "Window Server");
     EXPECT_LT(entryTitled(list, "Desktop")->layer, 0);
-    EXPECT_EQ(entryTitled(list, "background"), nullptr);
+    EXPECT_FALSE(entryTitled(list, "background"));
 }
 
 }  // namespace

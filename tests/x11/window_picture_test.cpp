@@ -32,7 +32,7 @@ protected:
 
     static const WindowListEntry& entry(const std::string& title) {
         static WindowListEntry found;
-        const auto* e = entryTitled(server->windowList(), title);
+        const auto e = entryTitled(server->windowList(), title);
         if (!e) throw std::runtime_error("no window " + title);
         found = *e;
         return found;

@@ -16,10 +16,11 @@ long fieldOf(const std::string& text, const std::string& label) {
 
 }  // namespace
 
-const WindowListEntry* entryTitled(const std::vector<WindowListEntry>& list, const std::string& title) {
+// A copy: the list is often a temporary.
+std::optional<WindowListEntry> entryTitled(const std::vector<WindowListEntry>& list, const std::string& title) {
     for (const auto& e : list)
-        if (e.title == title) return &e;
-    return nullptr;
+        if (e.title == title) return e;
+    return std::nullopt;
 }
 
 int indexOfTitle(const std::vector<WindowListEntry>& list, const std::string& title) {

@@ -23,7 +23,7 @@ void PrintTo(const BasicRect<Space>& r, std::ostream* os) {
 
 namespace pv::test {
 
-const WindowListEntry* entryTitled(const std::vector<WindowListEntry>& list, const std::string& title);
+std::optional<WindowListEntry> entryTitled(const std::vector<WindowListEntry>& list, const std::string& title);
 // Index of the entry in the list, or -1.
 int indexOfTitle(const std::vector<WindowListEntry>& list, const std::string& title);
 
