@@ -11,6 +11,23 @@
 
 namespace pv::x11 {
 
+// A rectangle of root-window pixels.
+struct PixelRect {
+    int32_t x = 0;
+    int32_t y = 0;
+    int32_t width = 0;
+    int32_t height = 0;
+
+    bool isEmpty() const { return width <= 0 || height <= 0; }
+    // The common part; empty when there is none.
+    PixelRect intersection(const PixelRect& o) const;
+    bool intersects(const PixelRect& o) const { return !intersection(o).isEmpty(); }
+    bool contains(const PixelRect& o) const {
+        return !o.isEmpty() && o.x >= x && o.y >= y && o.x + o.width <= x + width && o.y + o.height <= y + height;
+    }
+    bool operator==(const PixelRect&) const = default;
+};
+
 // A monitor in root-window pixels. id is the monitor's name atom, never 0.
 struct MonitorBox {
     uint32_t id = 0;
@@ -18,6 +35,8 @@ struct MonitorBox {
     int32_t y = 0;
     int32_t width = 0;
     int32_t height = 0;
+
+    PixelRect rect() const { return {x, y, width, height}; }
 };
 
 struct DesktopLayout {
@@ -27,8 +46,9 @@ struct DesktopLayout {
 
     // Root pixels to top-down points relative to the main monitor.
     Rect toPoints(int32_t x, int32_t y, int32_t width, int32_t height) const;
+    Rect toPoints(const PixelRect& r) const { return toPoints(r.x, r.y, r.width, r.height); }
     // Top-down points back to root pixels, rounded outward to whole pixels.
-    void toPixels(const Rect& points, int32_t* x, int32_t* y, int32_t* width, int32_t* height) const;
+    PixelRect toPixels(const Rect& points) const;
 };
 
 // The layout whose main monitor is the first of the list (the whole root when empty).

@@ -17,6 +17,8 @@ class X11Connection;
 class DrawableReader;
 class WindowPixels;
 struct X11Monitor;
+struct TopLevel;
+struct PixelRect;
 }  // namespace pv::x11
 
 namespace pv {
@@ -45,8 +47,8 @@ public:
 private:
     explicit X11WindowServer(std::unique_ptr<x11::X11Connection> conn);
     std::vector<x11::X11Monitor> monitors();
-    std::optional<Image> windowPixels(uint32_t windowNumber);
-    std::optional<Image> cutToRect(const Image& frame, uint32_t windowNumber, const Rect& bounds);
+    std::optional<Image> visiblePixels(const x11::TopLevel& top);
+    std::optional<Image> cutToRect(const Image& picture, const x11::PixelRect& at, const Rect& bounds);
     void leaveOutUnshared(Image& desktop);
 
     mutable std::mutex mutex_;
