@@ -55,15 +55,9 @@ struct ToolRect {
     double x, y, width, height;
 };
 
-// Outer rectangle (border included) of a window as xwininfo reports it.
 ToolRect rectByXwininfo(XvfbSession& session, uint32_t window) {
-    const std::string info = session.run({"xwininfo", "-id", std::to_string(window)});
-    const double border = static_cast<double>(fieldOf(info, "Border width"));
-    // xwininfo's absolute corner is the outer corner of the border.
-    return {static_cast<double>(fieldOf(info, "Absolute upper-left X")),
-            static_cast<double>(fieldOf(info, "Absolute upper-left Y")),
-            static_cast<double>(fieldOf(info, "Width")) + 2 * border,
-            static_cast<double>(fieldOf(info, "Height")) + 2 * border};
+    const Rect r = outerRectByTools(session, window);
+    return {r.x, r.y, r.width, r.height};
 }
 
 // left, right, top, bottom of a four-cardinal property, as xprop prints it.
@@ -75,6 +69,16 @@ std::optional<std::array<double, 4>> extentsByXprop(XvfbSession& session, uint32
 }
 
 }  // namespace
+
+Rect outerRectByTools(XvfbSession& session, uint32_t window) {
+    const std::string info = session.run({"xwininfo", "-id", std::to_string(window)});
+    const double border = static_cast<double>(fieldOf(info, "Border width"));
+    // xwininfo's absolute corner is the outer corner of the border.
+    return {static_cast<double>(fieldOf(info, "Absolute upper-left X")),
+            static_cast<double>(fieldOf(info, "Absolute upper-left Y")),
+            static_cast<double>(fieldOf(info, "Width")) + 2 * border,
+            static_cast<double>(fieldOf(info, "Height")) + 2 * border};
+}
 
 Rect frameByTools(XvfbSession& session, uint32_t client) {
     ToolRect r = rectByXwininfo(session, client);

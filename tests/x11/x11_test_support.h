@@ -35,6 +35,8 @@ bool waitUntilDrawn(WindowServer& server, uint32_t number);
 // _GTK_FRAME_EXTENTS and grown by the manager's _NET_FRAME_EXTENTS; without
 // either, the top-level window that holds the client.
 Rect frameByTools(XvfbSession& session, uint32_t client);
+// A window's rectangle, border included, in root pixels as xwininfo reports it.
+Rect outerRectByTools(XvfbSession& session, uint32_t window);
 
 xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name);
 
