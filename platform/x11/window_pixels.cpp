@@ -2,7 +2,9 @@
 
 #include <xcb/composite.h>
 #include <xcb/damage.h>
+#include <xcb/shape.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -40,6 +42,8 @@ void WindowPixels::prepare() {
     if (prepared_) return;
     prepared_ = true;
     if (!compositeUsable(conn_)) return;
+    const xcb_query_extension_reply_t* shape = xcb_get_extension_data(conn_.raw(), &xcb_shape_id);
+    shapeOffered_ = shape && shape->present;
     const xcb_query_extension_reply_t* damage = xcb_get_extension_data(conn_.raw(), &xcb_damage_id);
     if (damage && damage->present &&
         conn_.get(xcb_damage_query_version_reply, xcb_damage_query_version(conn_.raw(), 1, 1)))
@@ -59,9 +63,14 @@ std::optional<Image> WindowPixels::frame(xcb_window_t frame) {
     prepare();
     auto attributes = conn_.get(xcb_get_window_attributes_reply, xcb_get_window_attributes(conn_.raw(), frame));
     if (!attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE) return std::nullopt;
+    std::optional<Image> image;
     if (redirected_) {
-        if (auto image = fromPixmap(frame, attributes->visual)) return image;
-        if (auto image = fromBriefRedirection(frame, attributes->visual)) return image;
+        image = fromPixmap(frame, attributes->visual);
+        if (!image) image = fromBriefRedirection(frame, attributes->visual);
+    }
+    if (image) {
+        keepInsideShape(frame, *image);
+        return image;
     }
     // Not redirected (no Composite, or a compositor unredirected a full-screen
     // window): the window itself, whose covered parts are then undefined.
@@ -77,6 +86,31 @@ std::optional<Image> WindowPixels::fromPixmap(xcb_window_t frame, xcb_visualid_t
                              reader_.formatFor(geometry->depth, visual));
     xcb_free_pixmap(conn_.raw(), pixmap);
     return image;
+}
+
+// A shaped window (rounded frame corners, round clocks) shows only what lies
+// inside its bounding shape; its pixmap holds undefined pixels elsewhere,
+// which become transparent.
+void WindowPixels::keepInsideShape(xcb_window_t frame, Image& image) {
+    if (!shapeOffered_) return;
+    auto extents = conn_.get(xcb_shape_query_extents_reply, xcb_shape_query_extents(conn_.raw(), frame));
+    if (!extents || !extents->bounding_shaped) return;
+    auto geometry = conn_.get(xcb_get_geometry_reply, xcb_get_geometry(conn_.raw(), frame));
+    auto shape = conn_.get(xcb_shape_get_rectangles_reply,
+                           xcb_shape_get_rectangles(conn_.raw(), frame, XCB_SHAPE_SK_BOUNDING));
+    if (!geometry || !shape) return;
+    // Shape rectangles are relative to the inside corner of the border; the pixmap starts outside it.
+    const int border = geometry->border_width;
+    std::vector<uint8_t> inside(static_cast<size_t>(image.width) * image.height, 0);
+    const xcb_rectangle_t* rects = xcb_shape_get_rectangles_rectangles(shape.get());
+    for (int i = 0; i < xcb_shape_get_rectangles_rectangles_length(shape.get()); ++i) {
+        const int x0 = std::max(0, rects[i].x + border), y0 = std::max(0, rects[i].y + border);
+        const int x1 = std::min(image.width, rects[i].x + border + rects[i].width);
+        const int y1 = std::min(image.height, rects[i].y + border + rects[i].height);
+        for (int y = y0; y < y1; ++y) std::fill_n(inside.begin() + static_cast<long>(y) * image.width + x0, std::max(0, x1 - x0), 1);
+    }
+    for (size_t p = 0; p < inside.size(); ++p)
+        if (!inside[p]) std::fill_n(image.pixels.begin() + static_cast<long>(4 * p), 4, 0);
 }
 
 // A window nobody redirects has no pixmap of its own, and where it is covered

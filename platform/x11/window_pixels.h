@@ -7,6 +7,7 @@
 // manager may take a window out of redirection (a full-screen game, or any
 // window with picom's --unredir-if-possible); such a window is redirected for
 // the moment of its picture, repainted by its client, read and let go again.
+// Outside a shaped window's bounding shape the picture is transparent.
 
 #include <xcb/xcb.h>
 
@@ -37,6 +38,7 @@ private:
     std::optional<Image> fromBriefRedirection(xcb_window_t frame, xcb_visualid_t visual);
     void askForRepaint(xcb_window_t window, int depth);
     void waitForRepaint(uint32_t damage);
+    void keepInsideShape(xcb_window_t frame, Image& image);
     std::optional<Image> fromWindow(xcb_window_t frame, xcb_visualid_t visual);
 
     X11Connection& conn_;
@@ -44,6 +46,7 @@ private:
     bool prepared_ = false;
     bool redirected_ = false;
     uint8_t damageEventBase_ = 0;  // 0 without the Damage extension
+    bool shapeOffered_ = false;
 };
 
 }  // namespace pv::x11
