@@ -91,6 +91,9 @@ struct DesktopCase {
     Expectation expect;                     // checks of this case beyond the common ones
 };
 
+// Test lists (and so ctest's names) show a case by its name.
+void PrintTo(const DesktopCase& c, std::ostream* os) { *os << c.name; }
+
 // Root pixels to the points the window server reports: origin at the main
 // monitor's top-left corner.
 Rect toPoints(const Rect& px, const XvfbOptions& options, double scale) {
@@ -458,6 +461,7 @@ std::vector<DesktopCase> specialCases() {
 }
 
 std::string caseName(const ::testing::TestParamInfo<DesktopCase>& info) { return info.param.name; }
+
 
 INSTANTIATE_TEST_SUITE_P(WindowManagers, DesktopMatrix, ::testing::ValuesIn(windowManagerCases()), caseName);
 INSTANTIATE_TEST_SUITE_P(Monitors, DesktopMatrix, ::testing::ValuesIn(monitorCases()), caseName);
