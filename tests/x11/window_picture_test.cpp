@@ -17,7 +17,8 @@ protected:
     static void SetUpTestSuite() {
         session = new XvfbSession(XvfbOptions{kScreenWidth, 900, true, {}});
         session->start({"xlogo", "-geometry", "200x150+50+60"});
-        session->start({"xeyes", "-geometry", "150x100+600+80"});
+        // Rectangular: outside a shape the picture is transparent where xwd shows whatever lies there.
+        session->start({"xeyes", "+shape", "-geometry", "150x100+600+80"});
         session->start({"xterm", "-geometry", "40x8+100+400", "-title", "terminal", "-e", "sh", "-c",
                         "echo a terminal with some text; exec sleep 600"});
         std::string error;
