@@ -9,10 +9,13 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev libqt6svg6 qt6-svg-dev
   libxcb1-dev libxcb-composite0-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-xfixes0-dev
-  libxcb-keysyms1-dev libxcb-ewmh-dev libxcb-icccm4-dev libxcb-res0-dev libxcb-damage0-dev
+  libxcb-keysyms1-dev libxcb-ewmh-dev libxcb-icccm4-dev libxcb-res0-dev libxcb-damage0-dev libxcb-shape0-dev
   libpng-dev nlohmann-json3-dev libcli11-dev libfmt-dev
   # running on a private X server, and the real X clients used as sample windows
   xvfb xauth openbox x11-apps x11-utils x11-xserver-utils xterm xdotool trayer
+  # the desktop matrix: real window managers, compositors and GTK clients
+  dbus-daemon xfwm4 xfconf metacity marco mate-settings-daemon-common kwin-x11 i3-wm fluxbox picom xcompmgr
+  python3-gi gir1.2-gtk-3.0 gir1.2-gtk-4.0
   # independent readers of our files
   python3 python3-psd-tools python3-numpy python3-pil imagemagick gimp
 )

@@ -38,9 +38,9 @@ int32_t clientNumber(uint32_t window, uint32_t resourceIdMask) {
 }
 
 int32_t windowOwnerPid(X11Connection& conn, xcb_window_t window, bool hasXRes) {
-    if (auto pid = statedPid(conn, window)) return *pid;
     if (hasXRes)
         if (auto pid = serverKnownPid(conn, window)) return *pid;
+    if (auto pid = statedPid(conn, window)) return *pid;
     return clientNumber(window, xcb_get_setup(conn.raw())->resource_id_mask);
 }
 

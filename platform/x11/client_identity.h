@@ -14,8 +14,10 @@ namespace pv::x11 {
 // Numbers from here up never name a real process (Linux pids stay below 2^22).
 inline constexpr int32_t kDerivedClientBase = 1 << 30;
 
-// The pid that _NET_WM_PID states, else the one the X-Resource extension knows
-// for the window's client (when hasXRes), else clientNumber().
+// The pid the X-Resource extension knows for the window's client (when
+// hasXRes), else the one _NET_WM_PID states, else clientNumber(). The server's
+// answer comes first: a client in a pid namespace (a sandboxed application)
+// states its pid inside that namespace, which names another process here.
 int32_t windowOwnerPid(X11Connection& conn, xcb_window_t window, bool hasXRes);
 
 // A stable number for the X client that created window, from the resource-id

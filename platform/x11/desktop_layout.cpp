@@ -1,5 +1,6 @@
 #include "platform/x11/desktop_layout.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace pv::x11 {
@@ -8,15 +9,20 @@ WindowRect DesktopLayout::toPoints(int32_t x, int32_t y, int32_t width, int32_t 
     return {(x - originX) / scale, (y - originY) / scale, width / scale, height / scale};
 }
 
-void DesktopLayout::toPixels(const WindowRect& points, int32_t* x, int32_t* y, int32_t* width, int32_t* height) const {
+RootBox RootBox::intersection(const RootBox& o) const {
+    const int32_t left = std::max(x, o.x), top = std::max(y, o.y);
+    const int32_t right = std::min(x + width, o.x + o.width), bottom = std::min(y + height, o.y + o.height);
+    if (left >= right || top >= bottom) return {left, top, 0, 0};
+    return {left, top, right - left, bottom - top};
+}
+
+RootBox DesktopLayout::toPixels(const WindowRect& points) const {
     const double left = std::floor(points.minX() * scale + originX);
     const double top = std::floor(points.minY() * scale + originY);
     const double right = std::ceil(points.maxX() * scale + originX);
     const double bottom = std::ceil(points.maxY() * scale + originY);
-    *x = static_cast<int32_t>(left);
-    *y = static_cast<int32_t>(top);
-    *width = static_cast<int32_t>(right - left);
-    *height = static_cast<int32_t>(bottom - top);
+    return {static_cast<int32_t>(left), static_cast<int32_t>(top), static_cast<int32_t>(right - left),
+            static_cast<int32_t>(bottom - top)};
 }
 
 DesktopLayout layoutFor(const std::vector<MonitorBox>& monitorsMainFirst, double scale) {

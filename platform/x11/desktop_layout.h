@@ -11,6 +11,23 @@
 
 namespace pv::x11 {
 
+// A rectangle of root-window pixels (whole pixels, top-down, the root's origin).
+struct RootBox {
+    int32_t x = 0;
+    int32_t y = 0;
+    int32_t width = 0;
+    int32_t height = 0;
+
+    bool isEmpty() const { return width <= 0 || height <= 0; }
+    // The common part; empty when there is none.
+    RootBox intersection(const RootBox& o) const;
+    bool intersects(const RootBox& o) const { return !intersection(o).isEmpty(); }
+    bool contains(const RootBox& o) const {
+        return !o.isEmpty() && o.x >= x && o.y >= y && o.x + o.width <= x + width && o.y + o.height <= y + height;
+    }
+    bool operator==(const RootBox&) const = default;
+};
+
 // A monitor in root-window pixels. id is the monitor's name atom, never 0.
 struct MonitorBox {
     uint32_t id = 0;
@@ -18,6 +35,8 @@ struct MonitorBox {
     int32_t y = 0;
     int32_t width = 0;
     int32_t height = 0;
+
+    RootBox rect() const { return {x, y, width, height}; }
 };
 
 struct DesktopLayout {
@@ -27,8 +46,9 @@ struct DesktopLayout {
 
     // Root pixels to top-down points relative to the main monitor.
     WindowRect toPoints(int32_t x, int32_t y, int32_t width, int32_t height) const;
+    WindowRect toPoints(const RootBox& r) const { return toPoints(r.x, r.y, r.width, r.height); }
     // Top-down points back to root pixels, rounded outward to whole pixels.
-    void toPixels(const WindowRect& points, int32_t* x, int32_t* y, int32_t* width, int32_t* height) const;
+    RootBox toPixels(const WindowRect& points) const;
 };
 
 // The layout whose main monitor is the first of the list (the whole root when empty).

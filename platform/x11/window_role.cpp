@@ -1,6 +1,7 @@
 #include "platform/x11/window_role.h"
 
 #include <algorithm>
+#include <climits>
 
 namespace pv::x11 {
 namespace {
@@ -29,21 +30,44 @@ std::optional<WindowRole> roleOfType(const std::string& type) {
 
 }  // namespace
 
-WindowRole windowRole(const std::vector<std::string>& typeNames, const std::vector<std::string>& stateNames) {
+WindowRole windowRole(const std::vector<std::string>& typeNames, const std::vector<std::string>& stateNames,
+                      bool overrideRedirect) {
     WindowRole role;
+    bool typed = false;
     for (const std::string& type : typeNames) {
         if (auto r = roleOfType(type)) {
             role = *r;
+            typed = true;
             break;
         }
     }
+    // Override-redirect windows stay out of the manager's stacking: menus,
+    // tooltips and pop-ups that toolkits raise above everything.
+    if (!typed && overrideRedirect) return plainRole(kMenuLayer);
     // States only move ordinary windows; the shell's windows keep their layer.
     if (role.layer == kNormalLayer) {
         if (has(stateNames, "_NET_WM_STATE_BELOW")) role.layer = kBelowLayer;
         if (has(stateNames, "_NET_WM_STATE_ABOVE")) role.layer = kFloatingLayer;
         if (has(stateNames, "_NET_WM_STATE_MODAL")) role.layer = kModalLayer;
+        if (has(stateNames, "_NET_WM_STATE_FULLSCREEN")) role.layer = kFullscreenLayer;
     }
     return role;
+}
+
+WindowRole windowManagerBarRole() { return WindowRole{kDockLayer, kDockOwner, std::nullopt}; }
+
+std::vector<int32_t> stackingLevels(const std::vector<int32_t>& kindLayers) {
+    std::vector<int32_t> levels;
+    levels.reserve(kindLayers.size());
+    int64_t inFront = INT64_MAX;
+    for (int32_t kind : kindLayers) {
+        // Only a pile of windows under a desktop window could reach the bottom of
+        // the range; X has no such stacking, and the lowest value is kept then.
+        const int64_t level = std::max<int64_t>(std::min<int64_t>(kind, inFront - 1), INT32_MIN);
+        levels.push_back(static_cast<int32_t>(level));
+        inFront = level;
+    }
+    return levels;
 }
 
 }  // namespace pv::x11

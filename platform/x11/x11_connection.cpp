@@ -1,5 +1,7 @@
 #include "platform/x11/x11_connection.h"
 
+#include <poll.h>
+
 #include <cstring>
 
 #include "platform/window_server.h"
@@ -66,6 +68,23 @@ void X11Connection::sync() {
 void X11Connection::drainEvents() {
     while (xcb_generic_event_t* e = xcb_poll_for_event(c_)) std::free(e);
     ensureAlive();
+}
+
+bool X11Connection::waitForEvent(const std::function<bool(const xcb_generic_event_t&)>& accept,
+                                 std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+        while (xcb_generic_event_t* e = xcb_poll_for_event(c_)) {
+            const bool taken = accept(*e);
+            std::free(e);
+            if (taken) return true;
+        }
+        ensureAlive();
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return false;
+        pollfd p{xcb_get_file_descriptor(c_), POLLIN, 0};
+        poll(&p, 1, static_cast<int>(left.count()) + 1);
+    }
 }
 
 bool X11Connection::check(xcb_void_cookie_t cookie) {

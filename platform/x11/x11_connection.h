@@ -7,8 +7,10 @@
 
 #include <xcb/xcb.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,6 +43,10 @@ public:
     void sync();
     // Frees X errors and events that pile up on the connection.
     void drainEvents();
+    // Waits up to limit for an event that accept takes; the others are freed on
+    // the way. False when none came in time.
+    bool waitForEvent(const std::function<bool(const xcb_generic_event_t&)>& accept,
+                      std::chrono::milliseconds limit);
 
     // The reply of one request, or nullptr after an X error.
     template <class R, class Cookie>

@@ -1,7 +1,9 @@
 #include "platform/x11/x11_screens.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
+#include <tuple>
 #include <sstream>
 
 #include "platform/x11/edid_name.h"
@@ -65,12 +67,21 @@ std::optional<std::vector<uint8_t>> readEdid(X11Connection& conn, xcb_randr_outp
 
 }  // namespace
 
+void orderMainFirst(std::vector<X11Monitor>& monitors) {
+    const auto mainFirst = std::find_if(monitors.begin(), monitors.end(), [](const X11Monitor& m) { return m.primary; });
+    if (mainFirst != monitors.end()) std::rotate(monitors.begin(), mainFirst, mainFirst + 1);
+    if (monitors.empty()) return;
+    std::stable_sort(monitors.begin() + 1, monitors.end(), [](const X11Monitor& a, const X11Monitor& b) {
+        return std::tie(a.box.x, a.box.y) < std::tie(b.box.x, b.box.y);
+    });
+}
+
 std::vector<X11Monitor> readMonitors(X11Connection& conn) {
     std::vector<X11Monitor> monitors;
     if (hasMonitorRequests(conn)) monitors = activeMonitors(conn);
     if (monitors.empty()) return {wholeRoot(conn.screen())};
     markPrimaryByOutput(conn, monitors);
-    std::stable_partition(monitors.begin(), monitors.end(), [](const X11Monitor& m) { return m.primary; });
+    orderMainFirst(monitors);
     return monitors;
 }
 
@@ -80,8 +91,12 @@ double backingScaleFromResources(const std::string& resources) {
     while (std::getline(lines, line)) {
         const std::string key = "Xft.dpi:";
         if (line.compare(0, key.size(), key) != 0) continue;
+        // Xft.dpi alone also sets a font size (100, 120, ...); only whole
+        // multiples of 96 say that the desktop draws at a larger scale.
         const double dpi = std::strtod(line.c_str() + key.size(), nullptr);
-        if (dpi > 0) return dpi / kReferenceDpi;
+        const double scale = dpi / kReferenceDpi;
+        if (scale >= 1 && scale == std::floor(scale)) return scale;
+        return 1.0;
     }
     return 1.0;
 }

@@ -19,11 +19,15 @@ struct X11Monitor {
     std::vector<xcb_randr_output_t> outputs;
 };
 
-// Active RandR monitors, the primary first, the others in the server's order.
-// Without RandR monitors: the whole root as one monitor with id 1.
+// Active RandR monitors, the primary first, the others left to right and,
+// where they start at the same x, top to bottom. Without RandR monitors: the
+// whole root as one monitor with id 1.
 std::vector<X11Monitor> readMonitors(X11Connection& conn);
+// That order over monitors whose primary flag is already settled (at most one set).
+void orderMainFirst(std::vector<X11Monitor>& monitors);
 
-// Pixels per point: Xft.dpi / 96 from the root's resource database, 1 when unset.
+// Pixels per point: Xft.dpi / 96 from the root's resource database when that
+// is a whole number (96, 192, 288 dpi), else 1.
 double readBackingScale(X11Connection& conn);
 // The same rule over the text of a resource database.
 double backingScaleFromResources(const std::string& resources);

@@ -5,6 +5,7 @@
 
 #include "platform/x11/client_identity.h"
 #include "platform/x11/no_capture_mark.h"
+#include "platform/x11/visible_frame.h"
 #include "platform/x11/window_role.h"
 
 namespace pv::x11 {
@@ -30,23 +31,63 @@ std::vector<xcb_window_t> childrenOf(X11Connection& conn, xcb_window_t w) {
     return {children, children + xcb_query_tree_children_length(tree.get())};
 }
 
-bool hasWmState(X11Connection& conn, xcb_window_t w) {
-    const xcb_atom_t wmState = conn.atom("WM_STATE");
-    auto r = conn.get(xcb_get_property_reply, xcb_get_property(conn.raw(), 0, w, wmState, wmState, 0, 0));
-    return r && r->type == wmState;
+constexpr uint32_t kNormalState = 1;        // ICCCM: the window is shown
+constexpr uint32_t kAllDesktops = 0xFFFFFFFF;  // EWMH: sticky
+
+// The state field of WM_STATE; nullopt when the window has none.
+std::optional<uint32_t> wmState(X11Connection& conn, xcb_window_t w) {
+    const xcb_atom_t wmStateAtom = conn.atom("WM_STATE");
+    auto r = conn.get(xcb_get_property_reply, xcb_get_property(conn.raw(), 0, w, wmStateAtom, wmStateAtom, 0, 2));
+    if (!r || r->type != wmStateAtom) return std::nullopt;
+    if (r->format != 32 || xcb_get_property_value_length(r.get()) < 4) return 0;
+    return static_cast<const uint32_t*>(xcb_get_property_value(r.get()))[0];
 }
 
+struct FoundClient {
+    xcb_window_t window = XCB_NONE;
+    uint32_t state = 0;
+};
+
 // The ICCCM way to find the client in a frame: the nearest window with WM_STATE.
-std::optional<xcb_window_t> clientInFrame(X11Connection& conn, xcb_window_t frame) {
+std::optional<FoundClient> clientInFrame(X11Connection& conn, xcb_window_t frame) {
     std::deque<std::pair<xcb_window_t, int>> queue{{frame, 0}};
     while (!queue.empty()) {
         auto [w, depth] = queue.front();
         queue.pop_front();
-        if (hasWmState(conn, w)) return w;
+        if (auto state = wmState(conn, w)) return FoundClient{w, *state};
         if (depth == kClientSearchDepth) continue;
         for (xcb_window_t child : childrenOf(conn, w)) queue.emplace_back(child, depth + 1);
     }
     return std::nullopt;
+}
+
+// Windows a client has on every desktop or on the one shown are on screen;
+// so are all when the manager has no desktops.
+bool onShownDesktop(X11Connection& conn, xcb_window_t client, std::optional<uint32_t> shownDesktop) {
+    if (!shownDesktop) return true;
+    auto desktop = conn.readCardinals(client, conn.atom("_NET_WM_DESKTOP"), XCB_ATOM_CARDINAL);
+    if (!desktop || desktop->empty()) return true;
+    return (*desktop)[0] == kAllDesktops || (*desktop)[0] == *shownDesktop;
+}
+
+std::optional<uint32_t> shownDesktop(X11Connection& conn) {
+    auto current = conn.readCardinals(conn.root(), conn.atom("_NET_CURRENT_DESKTOP"), XCB_ATOM_CARDINAL);
+    if (!current || current->empty()) return std::nullopt;
+    return (*current)[0];
+}
+
+// A WM_CLASS with some text in it, or any _NET_WM_WINDOW_TYPE.
+bool hasClassOrType(X11Connection& conn, xcb_window_t w) {
+    if (auto value = conn.readBytes(w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING))
+        if (std::any_of(value->begin(), value->end(), [](char c) { return c != '\0'; })) return true;
+    auto types = conn.readCardinals(w, conn.atom("_NET_WM_WINDOW_TYPE"), XCB_ATOM_ATOM);
+    return types && !types->empty();
+}
+
+// Windows made over one connection share the bits outside the resource-id mask.
+bool sameXClient(X11Connection& conn, xcb_window_t a, xcb_window_t b) {
+    const uint32_t mask = xcb_get_setup(conn.raw())->resource_id_mask;
+    return (a & ~mask) == (b & ~mask);
 }
 
 std::vector<std::string> atomNames(X11Connection& conn, xcb_window_t w, const char* property) {
@@ -89,13 +130,14 @@ std::optional<std::string> readClassName(X11Connection& conn, xcb_window_t clien
     return className;
 }
 
-std::optional<WindowListEntry> readEntry(X11Connection& conn, const TopLevel& top, const DesktopLayout& layout,
-                                         bool hasXRes) {
-    auto geometry = conn.get(xcb_get_geometry_reply, xcb_get_geometry(conn.raw(), top.frame));
-    if (!geometry) return std::nullopt;
-    const WindowRole role =
-        windowRole(atomNames(conn, top.client, "_NET_WM_WINDOW_TYPE"), atomNames(conn, top.client, "_NET_WM_STATE"));
+WindowRole roleOf(X11Connection& conn, const TopLevel& top) {
+    if (top.kind == TopLevelKind::WindowManagerBar) return windowManagerBarRole();
+    return windowRole(atomNames(conn, top.client, "_NET_WM_WINDOW_TYPE"), atomNames(conn, top.client, "_NET_WM_STATE"),
+                      top.kind == TopLevelKind::PopUp);
+}
 
+WindowListEntry readEntry(X11Connection& conn, const TopLevel& top, const DesktopLayout& layout, bool hasXRes,
+                          const WindowRole& role) {
     WindowListEntry e;
     e.number = top.client;
     e.sharingState = hasNoCaptureMark(conn, top.client) ? 0 : 1;
@@ -104,15 +146,23 @@ std::optional<WindowListEntry> readEntry(X11Connection& conn, const TopLevel& to
     e.title = role.title ? role.title : readTitle(conn, top.client);
     e.ownerName = role.owner ? role.owner : readClassName(conn, top.client);
     if (!e.ownerName) e.ownerName = processName(e.ownerPID);
-    const int32_t border = 2 * geometry->border_width;
-    e.bounds = layout.toPoints(geometry->x, geometry->y, geometry->width + border, geometry->height + border);
+    e.bounds = layout.toPoints(top.visible);
     return e;
+}
+
+bool meetsAMonitor(const RootBox& r, const std::vector<MonitorBox>& monitors) {
+    return std::any_of(monitors.begin(), monitors.end(), [&](const MonitorBox& m) { return m.rect().intersects(r); });
+}
+
+bool coversAMonitor(const RootBox& r, const std::vector<MonitorBox>& monitors) {
+    return std::any_of(monitors.begin(), monitors.end(), [&](const MonitorBox& m) { return r.contains(m.rect()); });
 }
 
 }  // namespace
 
-std::vector<TopLevel> viewableTopLevels(X11Connection& conn) {
+std::vector<TopLevel> onScreenTopLevels(X11Connection& conn, const std::vector<MonitorBox>& monitors) {
     const std::optional<xcb_window_t> manager = windowManagerCheckWindow(conn);
+    const std::optional<uint32_t> desktop = manager ? shownDesktop(conn) : std::nullopt;
     std::vector<xcb_window_t> stack = childrenOf(conn, conn.root());  // bottom first
     std::reverse(stack.begin(), stack.end());
 
@@ -125,9 +175,29 @@ std::vector<TopLevel> viewableTopLevels(X11Connection& conn) {
         if (!attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE ||
             attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT || stack[i] == manager)
             continue;
-        std::optional<xcb_window_t> client = manager ? clientInFrame(conn, stack[i]) : stack[i];
-        if (!client && attributes->override_redirect) client = stack[i];
-        if (client) tops.push_back({stack[i], *client});
+        TopLevel top{stack[i], stack[i], TopLevelKind::Client, attributes->override_redirect != 0, {}};
+        if (manager) {
+            if (auto client = clientInFrame(conn, top.frame)) {
+                // Minimised windows that stay mapped, and those of other desktops, are not shown.
+                if (client->state != kNormalState || !onShownDesktop(conn, client->window, desktop)) continue;
+                top.client = client->window;
+            } else if (sameXClient(conn, top.frame, *manager)) {
+                top.kind = TopLevelKind::WindowManagerBar;
+            } else if (top.overrideRedirect && hasClassOrType(conn, top.frame)) {
+                top.kind = TopLevelKind::PopUp;
+            } else {
+                continue;
+            }
+        } else if (top.overrideRedirect) {
+            if (!hasClassOrType(conn, top.frame)) continue;
+            top.kind = TopLevelKind::PopUp;
+        }
+        auto visible = readVisibleFrame(conn, top.frame, top.client);
+        if (!visible || !meetsAMonitor(*visible, monitors)) continue;
+        // A manager's window over a whole monitor is a guard or a background, not a bar.
+        if (top.kind == TopLevelKind::WindowManagerBar && coversAMonitor(*visible, monitors)) continue;
+        top.visible = *visible;
+        tops.push_back(top);
     }
     return tops;
 }
@@ -142,10 +212,36 @@ std::optional<xcb_window_t> frameOf(X11Connection& conn, xcb_window_t window) {
     }
 }
 
-std::vector<WindowListEntry> readWindowList(X11Connection& conn, const DesktopLayout& layout, bool hasXRes) {
+std::optional<TopLevel> topLevelOf(X11Connection& conn, xcb_window_t number) {
+    auto frame = frameOf(conn, number);
+    if (!frame) return std::nullopt;
+    auto visible = readVisibleFrame(conn, *frame, number);
+    if (!visible) return std::nullopt;
+    TopLevel top;
+    top.frame = *frame;
+    top.client = number;
+    top.visible = *visible;
+    return top;
+}
+
+std::vector<ListedWindow> readWindows(X11Connection& conn, const std::vector<MonitorBox>& monitors,
+                                      const DesktopLayout& layout, bool hasXRes) {
+    std::vector<ListedWindow> windows;
+    std::vector<int32_t> kindLayers;
+    for (const TopLevel& top : onScreenTopLevels(conn, monitors)) {
+        const WindowRole role = roleOf(conn, top);
+        windows.push_back({readEntry(conn, top, layout, hasXRes, role), top});
+        kindLayers.push_back(role.layer);
+    }
+    const std::vector<int32_t> levels = stackingLevels(kindLayers);
+    for (size_t i = 0; i < windows.size(); ++i) windows[i].entry.layer = levels[i];
+    return windows;
+}
+
+std::vector<WindowListEntry> readWindowList(X11Connection& conn, const std::vector<MonitorBox>& monitors,
+                                            const DesktopLayout& layout, bool hasXRes) {
     std::vector<WindowListEntry> entries;
-    for (const TopLevel& top : viewableTopLevels(conn))
-        if (auto e = readEntry(conn, top, layout, hasXRes)) entries.push_back(std::move(*e));
+    for (ListedWindow& w : readWindows(conn, monitors, layout, hasXRes)) entries.push_back(std::move(w.entry));
     return entries;
 }
 

@@ -12,6 +12,7 @@
 #include "platform/x11/window_pixels.h"
 #include "platform/x11/x11_connection.h"
 #include "platform/x11/x11_screens.h"
+#include "platform/x11/visible_frame.h"
 #include "platform/x11/x11_window_list.h"
 
 namespace pv {
@@ -100,8 +101,8 @@ std::optional<std::string> X11WindowServer::productName(uint32_t displayId) {
 std::vector<WindowListEntry> X11WindowServer::windowList() {
     std::lock_guard lock(mutex_);
     conn_->drainEvents();
-    const DesktopLayout layout = layoutFor(boxes(monitors()), readBackingScale(*conn_));
-    return readWindowList(*conn_, layout, hasXRes_);
+    const auto monitorBoxes = boxes(monitors());
+    return readWindowList(*conn_, monitorBoxes, layoutFor(monitorBoxes, readBackingScale(*conn_)), hasXRes_);
 }
 
 std::optional<std::vector<uint32_t>> X11WindowServer::displaysOfRect(const WindowRect& bounds, uint32_t maxCount) {
@@ -115,29 +116,31 @@ std::optional<Image> X11WindowServer::windowPicture(const std::optional<WindowRe
     {
         std::lock_guard lock(mutex_);
         conn_->drainEvents();
-        picture = windowPixels(windowNumber);
-        if (picture && bounds) picture = cutToRect(*picture, windowNumber, *bounds);
+        auto top = topLevelOf(*conn_, windowNumber);
+        if (!top) return std::nullopt;
+        picture = visiblePixels(*top);
+        if (picture && bounds) picture = cutToRect(*picture, top->visible, *bounds);
         if (picture && framing) scale = readBackingScale(*conn_);
     }
     if (picture && framing) return addDropShadow(*picture, scale);
     return picture;
 }
 
-std::optional<Image> X11WindowServer::windowPixels(uint32_t windowNumber) {
-    auto frame = frameOf(*conn_, windowNumber);
+// The frame's pixels inside the visible frame: a window manager's invisible
+// border and a client's own shadow margin stay out.
+std::optional<Image> X11WindowServer::visiblePixels(const TopLevel& top) {
+    auto frame = pixels_->frame(top.frame);
     if (!frame) return std::nullopt;
-    return pixels_->frame(*frame);
+    auto outer = readRootRect(*conn_, top.frame);
+    if (!outer) return std::nullopt;
+    if (top.visible == *outer) return frame;
+    return crop(*frame, outer->x, outer->y, top.visible.x, top.visible.y, top.visible.width, top.visible.height);
 }
 
-std::optional<Image> X11WindowServer::cutToRect(const Image& picture, uint32_t windowNumber, const WindowRect& bounds) {
-    auto frame = frameOf(*conn_, windowNumber);
-    if (!frame) return std::nullopt;
-    auto geometry = conn_->get(xcb_get_geometry_reply, xcb_get_geometry(conn_->raw(), *frame));
-    if (!geometry) return std::nullopt;
+std::optional<Image> X11WindowServer::cutToRect(const Image& picture, const RootBox& at, const WindowRect& bounds) {
     const DesktopLayout layout = layoutFor(boxes(monitors()), readBackingScale(*conn_));
-    int32_t x = 0, y = 0, width = 0, height = 0;
-    layout.toPixels(bounds, &x, &y, &width, &height);
-    return crop(picture, geometry->x, geometry->y, x, y, width, height);
+    const RootBox r = layout.toPixels(bounds);
+    return crop(picture, at.x, at.y, r.x, r.y, r.width, r.height);
 }
 
 std::optional<Image> X11WindowServer::desktopPicture() {
@@ -152,35 +155,18 @@ std::optional<Image> X11WindowServer::desktopPicture() {
 // the desktop picture must not. Where one stands, the picture is painted
 // again from the other windows' own pixels, back to front, over black.
 void X11WindowServer::leaveOutUnshared(Image& desktop) {
-    const DesktopLayout layout = layoutFor(boxes(monitors()), readBackingScale(*conn_));
-    const auto windows = readWindowList(*conn_, layout, hasXRes_);
-    struct Placed {
-        xcb_window_t frame;
-        int32_t x, y, width, height;
-    };
-    const auto place = [this](uint32_t number) -> std::optional<Placed> {
-        auto frame = frameOf(*conn_, number);
-        if (!frame) return std::nullopt;
-        auto g = conn_->get(xcb_get_geometry_reply, xcb_get_geometry(conn_->raw(), *frame));
-        if (!g) return std::nullopt;
-        const int32_t border = 2 * g->border_width;
-        return Placed{*frame, g->x, g->y, g->width + border, g->height + border};
-    };
-    for (const WindowListEntry& hidden : windows) {
-        if (hidden.sharingState != 0) continue;
-        const auto area = place(hidden.number);
-        if (!area) continue;
-        fillRect(desktop, area->x, area->y, area->width, area->height, 0, 0, 0, 255);
+    const auto monitorBoxes = boxes(monitors());
+    const auto windows =
+        readWindows(*conn_, monitorBoxes, layoutFor(monitorBoxes, readBackingScale(*conn_)), hasXRes_);
+    for (const ListedWindow& hidden : windows) {
+        if (hidden.entry.sharingState != 0) continue;
+        const RootBox area = hidden.top.visible;
+        fillRect(desktop, area.x, area.y, area.width, area.height, 0, 0, 0, 255);
         for (auto it = windows.rbegin(); it != windows.rend(); ++it) {
-            if (it->sharingState == 0) continue;
-            const auto other = place(it->number);
-            if (!other) continue;
-            if (other->x >= area->x + area->width || area->x >= other->x + other->width ||
-                other->y >= area->y + area->height || area->y >= other->y + other->height) {
-                continue;
-            }
-            if (auto pixels = pixels_->frame(other->frame)) {
-                drawOver(desktop, *pixels, other->x, other->y, {area->x, area->y, area->width, area->height});
+            if (it->entry.sharingState == 0 || !it->top.visible.intersects(area)) continue;
+            if (auto pixels = visiblePixels(it->top)) {
+                drawOver(desktop, *pixels, it->top.visible.x, it->top.visible.y,
+                         {area.x, area.y, area.width, area.height});
             }
         }
     }

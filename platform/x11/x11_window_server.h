@@ -17,6 +17,8 @@ class X11Connection;
 class DrawableReader;
 class WindowPixels;
 struct X11Monitor;
+struct TopLevel;
+struct RootBox;
 }  // namespace pv::x11
 
 namespace pv {
@@ -45,8 +47,8 @@ public:
 private:
     explicit X11WindowServer(std::unique_ptr<x11::X11Connection> conn);
     std::vector<x11::X11Monitor> monitors();
-    std::optional<Image> windowPixels(uint32_t windowNumber);
-    std::optional<Image> cutToRect(const Image& frame, uint32_t windowNumber, const WindowRect& bounds);
+    std::optional<Image> visiblePixels(const x11::TopLevel& top);
+    std::optional<Image> cutToRect(const Image& picture, const x11::RootBox& at, const WindowRect& bounds);
     void leaveOutUnshared(Image& desktop);
 
     mutable std::mutex mutex_;

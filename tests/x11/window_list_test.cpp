@@ -1,6 +1,9 @@
 // The window list of a live X display: real X clients under openbox, and the
 // root's children without a window manager.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <climits>
 
 #include "platform/x11/no_capture_mark.h"
 #include "platform/x11/x11_window_server.h"
@@ -51,9 +54,10 @@ TEST_F(ManagedDesktop, EachClientWindowComesWithTitleOwnerProcessAndFrame) {
         EXPECT_EQ(e->ownerName, x.owner);
         EXPECT_EQ(e->ownerPID, x.pid);  // xlogo and xeyes state no _NET_WM_PID: the server knows it
         EXPECT_EQ(e->sharingState, 1);
-        EXPECT_EQ(e->layer, 0);
+        EXPECT_LE(e->layer, 0);  // normal windows: the frontmost at 0, those behind it below
         // The frame with openbox's decorations, not the bare client.
-        EXPECT_EQ(e->bounds, frameByTools(*session, e->number));
+        // One monitor at the root's origin and scale 1: root pixels are points.
+        EXPECT_EQ(e->bounds, retagged<WindowSpace>(frameByTools(*session, e->number)));
         EXPECT_GT(e->bounds.height, 0);
     }
 }
@@ -72,6 +76,8 @@ TEST_F(ManagedDesktop, FrontmostWindowComesFirst) {
     EXPECT_EQ(indexOfTitle(list, "xlogo"), 0);
     EXPECT_EQ(indexOfTitle(list, "xeyes"), 1);
     EXPECT_GT(indexOfTitle(list, "terminal"), 1);
+    EXPECT_EQ(list[0].layer, 0);
+    for (size_t i = 1; i < list.size(); ++i) EXPECT_LT(list[i].layer, list[i - 1].layer);
     activate("terminal");
     EXPECT_EQ(indexOfTitle(server->windowList(), "xlogo"), 1);
 }
@@ -93,6 +99,37 @@ TEST_F(ManagedDesktop, MarkedWindowsAreNotShared) {
     EXPECT_EQ(entryTitled(server->windowList(), "xlogo")->sharingState, 1);
     xcb_delete_property(session->connection(), e->number, internAtom(session->connection(), "_PLENAVUE_NO_CAPTURE"));
     xcb_flush(session->connection());
+}
+
+// Window managers unmap what they hide, but nothing forces them to: a client
+// whose WM_STATE or desktop says it is hidden is not on screen while mapped.
+TEST_F(ManagedDesktop, MappedWindowsThatAreIconicOrOnAnotherDesktopAreNotOnScreen) {
+    xcb_connection_t* c = session->connection();
+    const uint32_t eyes = entryTitled(server->windowList(), "xeyes")->number;
+    const xcb_atom_t wmState = internAtom(c, "WM_STATE");
+    const xcb_atom_t desktop = internAtom(c, "_NET_WM_DESKTOP");
+    const auto setState = [&](uint32_t state) {
+        const uint32_t value[] = {state, XCB_NONE};
+        xcb_change_property(c, XCB_PROP_MODE_REPLACE, eyes, wmState, wmState, 32, 2, value);
+        xcb_flush(c);
+    };
+    const auto setDesktop = [&](uint32_t d) {
+        xcb_change_property(c, XCB_PROP_MODE_REPLACE, eyes, desktop, XCB_ATOM_CARDINAL, 32, 1, &d);
+        xcb_flush(c);
+    };
+    const auto listed = [&] { return entryTitled(server->windowList(), "xeyes").has_value(); };
+
+    setState(3);  // IconicState
+    EXPECT_TRUE(XvfbSession::waitFor([&] { return !listed(); }));
+    setState(1);
+    EXPECT_TRUE(XvfbSession::waitFor(listed));
+    setDesktop(2);
+    EXPECT_TRUE(XvfbSession::waitFor([&] { return !listed(); }));
+    setDesktop(0xFFFFFFFF);  // on every desktop
+    EXPECT_TRUE(XvfbSession::waitFor(listed));
+    setDesktop(0);
+    EXPECT_TRUE(XvfbSession::waitFor(listed));
+    EXPECT_TRUE(entryTitled(server->windowList(), "xlogo"));
 }
 
 TEST_F(ManagedDesktop, MinimisedWindowsAreNotOnScreen) {
@@ -126,8 +163,8 @@ TEST_F(UnmanagedDesktop, RootChildrenAreTheWindowsAtTheirOwnPlaces) {
     ASSERT_TRUE(logo);
     EXPECT_EQ(logo->ownerName, "XLogo");
     EXPECT_EQ(logo->ownerPID, xlogo);
-    const WindowRect frame = frameByTools(*session, logo->number);
-    EXPECT_EQ(logo->bounds, frame);
+    const Rect frame = frameByTools(*session, logo->number);
+    EXPECT_EQ(logo->bounds, retagged<WindowSpace>(frame));  // scale 1, one monitor at the origin
     EXPECT_EQ(logo->bounds.x, 50);  // without a window manager nothing moves it
     EXPECT_EQ(logo->bounds.y, 60);
     EXPECT_EQ(topLevelOf(session->connection(), logo->number), logo->number);
@@ -176,13 +213,123 @@ TEST_F(UnmanagedDesktop, ShellWindowTypesAreReportedUnderTheirSystemOwners) {
     typed("_NET_WM_WINDOW_TYPE_NOTIFICATION", "note", 100);
     typed("_NET_WM_WINDOW_TYPE_DESKTOP", "background", 200);
     ASSERT_TRUE(waitForTitles(*server, {"panel", "note", "Desktop"}));
+    // Nothing stacks the desktop window at the back here; put it there.
+    const uint32_t below = XCB_STACK_MODE_BELOW;
+    xcb_configure_window(c, entryTitled(server->windowList(), "Desktop")->number, XCB_CONFIG_WINDOW_STACK_MODE, &below);
+    xcb_flush(c);
+    ASSERT_TRUE(XvfbSession::waitFor([&] { return server->windowList().back().title == "Desktop"; }));
     const auto list = server->windowList();
     EXPECT_EQ(entryTitled(list, "panel")->ownerName, "Dock");
     EXPECT_EQ(entryTitled(list, "panel")->layer, 20);
     EXPECT_EQ(entryTitled(list, "note")->ownerName, "SystemUIServer");
+    EXPECT_EQ(entryTitled(list, "note")->layer, 25);
     EXPECT_EQ(entryTitled(list, "Desktop")->ownerName, "Window Server");
-    EXPECT_LT(entryTitled(list, "Desktop")->layer, 0);
+    EXPECT_EQ(entryTitled(list, "Desktop")->layer, INT32_MIN + 20);
     EXPECT_FALSE(entryTitled(list, "background"));
+}
+
+// Front to back: an untyped pop-up, a typed one, the plain windows. Layers
+// fall strictly along the list, so a sort by layer keeps the stacking.
+TEST_F(UnmanagedDesktop, OverrideRedirectWindowsNeedAClassOrATypeAndStackAbovePlainWindows) {
+    xcb_connection_t* c = session->connection();
+    const auto popUp = [&](const std::string& title, int y, const std::string& wmClass, const char* type) {
+        const xcb_window_t w = makeFilledWindow(c, 24, 600, y, 80, 40, 0xabcdef, title);
+        const uint32_t on = 1;
+        xcb_unmap_window(c, w);
+        xcb_change_window_attributes(c, w, XCB_CW_OVERRIDE_REDIRECT, &on);
+        if (!wmClass.empty())
+            xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
+                                static_cast<uint32_t>(wmClass.size()), wmClass.data());
+        if (type) {
+            const xcb_atom_t value = internAtom(c, type);
+            xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, internAtom(c, "_NET_WM_WINDOW_TYPE"), XCB_ATOM_ATOM,
+                                32, 1, &value);
+        }
+        xcb_map_window(c, w);
+        xcb_flush(c);
+    };
+    popUp("bare", 10, "", nullptr);
+    popUp("empty class", 60, std::string("\0\0", 2), nullptr);
+    popUp("tooltip", 110, "", "_NET_WM_WINDOW_TYPE_TOOLTIP");
+    popUp("classed", 160, std::string("menu\0Menu\0", 10), nullptr);
+    ASSERT_TRUE(waitForTitles(*server, {"tooltip", "classed"}));
+    const auto list = server->windowList();
+    EXPECT_FALSE(entryTitled(list, "bare"));
+    EXPECT_FALSE(entryTitled(list, "empty class"));
+    EXPECT_EQ(indexOfTitle(list, "classed"), 0);
+    EXPECT_EQ(indexOfTitle(list, "tooltip"), 1);
+    EXPECT_EQ(list[0].layer, 101);  // no type: a pop-up menu's layer
+    for (size_t i = 1; i < list.size(); ++i) EXPECT_LT(list[i].layer, list[i - 1].layer) << *list[i].title;
+}
+
+TEST_F(UnmanagedDesktop, WindowsOutsideEveryMonitorAreNotOnScreen) {
+    xcb_connection_t* c = session->connection();
+    makeFilledWindow(c, 24, -300, -300, 100, 100, 0xff, "parked");
+    makeFilledWindow(c, 24, 1190, 790, 100, 100, 0xff, "corner");
+    makeFilledWindow(c, 24, 1200, 100, 100, 100, 0xff, "right of it");
+    ASSERT_TRUE(waitForTitles(*server, {"corner"}));
+    const auto list = server->windowList();
+    EXPECT_FALSE(entryTitled(list, "parked"));
+    EXPECT_FALSE(entryTitled(list, "right of it"));  // the screen is 1200 wide
+    EXPECT_EQ(entryTitled(list, "corner")->bounds, (WindowRect{1190, 790, 100, 100}));
+}
+
+// A process in another pid namespace states a pid that means nothing here;
+// the server knows the real one.
+TEST_F(UnmanagedDesktop, TheServersPidOfAClientComesBeforeTheStatedOne) {
+    xcb_connection_t* c = session->connection();
+    const xcb_window_t w = makeFilledWindow(c, 24, 10, 10, 50, 50, 0xff, "sandboxed");
+    const uint32_t statedPid = 2;
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, internAtom(c, "_NET_WM_PID"), XCB_ATOM_CARDINAL, 32, 1,
+                        &statedPid);
+    xcb_flush(c);
+    ASSERT_TRUE(waitForTitles(*server, {"sandboxed"}));
+    EXPECT_EQ(entryTitled(server->windowList(), "sandboxed")->ownerPID, getpid());
+}
+
+// This test's own connection plays the window manager: it names a check
+// window, and windows it makes without a client in them are its own.
+class PlayedManager : public ::testing::Test {
+protected:
+    void SetUp() override {
+        session = std::make_unique<XvfbSession>(XvfbOptions{1200, 800, false, {}});
+        xcb_connection_t* c = session->connection();
+        const xcb_window_t check = xcb_generate_id(c);
+        xcb_create_window(c, 0, check, session->root(), -10, -10, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY,
+                          XCB_COPY_FROM_PARENT, 0, nullptr);
+        const xcb_atom_t supporting = internAtom(c, "_NET_SUPPORTING_WM_CHECK");
+        for (xcb_window_t on : {session->root(), check})
+            xcb_change_property(c, XCB_PROP_MODE_REPLACE, on, supporting, XCB_ATOM_WINDOW, 32, 1, &check);
+        xcb_flush(c);
+        std::string error;
+        server = X11WindowServer::connect(session->display(), &error);
+        ASSERT_NE(server, nullptr) << error;
+    }
+    std::unique_ptr<XvfbSession> session;
+    std::unique_ptr<X11WindowServer> server;
+};
+
+TEST_F(PlayedManager, ItsBarsAreSystemWindowsAndItsGuardAndUnmanagedWindowsAreLeftOut) {
+    xcb_connection_t* c = session->connection();
+    makeFilledWindow(c, 24, 0, 0, 1200, 800, 0x000000, "guard");
+    makeFilledWindow(c, 24, 0, 780, 1200, 20, 0x333333, "toolbar");
+    makeFilledWindow(c, 24, -100, -100, 1, 1, 0x333333, "parked");
+    session->start({"xlogo", "-geometry", "200x150+50+60"});  // never managed: no WM_STATE
+    const xcb_window_t managed = makeFilledWindow(c, 24, 400, 300, 100, 100, 0xff0000, "managed");
+    const xcb_atom_t wmState = internAtom(c, "WM_STATE");
+    const uint32_t normal[] = {1, XCB_NONE};
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, managed, wmState, wmState, 32, 2, normal);
+    xcb_flush(c);
+    ASSERT_TRUE(waitForTitles(*server, {"toolbar", "managed"}));
+    ASSERT_TRUE(XvfbSession::waitFor([&] {
+        return session->run({"xwininfo", "-root", "-children"}).find("xlogo") != std::string::npos;
+    }));
+    const auto list = server->windowList();
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0].title, "managed");
+    EXPECT_EQ(list[1].title, "toolbar");
+    EXPECT_EQ(list[1].ownerName, "Dock");
+    EXPECT_EQ(list[1].bounds, (WindowRect{0, 780, 1200, 20}));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Pictures of real windows: whole when covered or cut by the screen edge,
 // equal to what xwd sees of the uncovered window, alpha where the window has it.
 #include <gtest/gtest.h>
+#include <xcb/shape.h>
 
 #include "platform/x11/x11_window_server.h"
 #include "tests/x11/x11_test_support.h"
@@ -16,7 +17,8 @@ protected:
     static void SetUpTestSuite() {
         session = new XvfbSession(XvfbOptions{kScreenWidth, 900, true, {}});
         session->start({"xlogo", "-geometry", "200x150+50+60"});
-        session->start({"xeyes", "-geometry", "150x100+600+80"});
+        // Rectangular: outside a shape the picture is transparent where xwd shows whatever lies there.
+        session->start({"xeyes", "+shape", "-geometry", "150x100+600+80"});
         session->start({"xterm", "-geometry", "40x8+100+400", "-title", "terminal", "-e", "sh", "-c",
                         "echo a terminal with some text; exec sleep 600"});
         std::string error;
@@ -164,6 +166,19 @@ TEST_F(UnmanagedPictures, AlphaIsKeptForArgbWindowsAndOpaqueOtherwise) {
     ASSERT_TRUE(translucent && opaque);
     EXPECT_EQ(differingPixels(*translucent, Image::filled(60, 40, 255, 0, 0, 128)), 0);
     EXPECT_EQ(differingPixels(*opaque, Image::filled(60, 40, 0, 255, 0, 255)), 0);
+}
+
+TEST_F(UnmanagedPictures, OutsideAShapedWindowsShapeThePictureIsTransparent) {
+    xcb_connection_t* c = session->connection();
+    const xcb_window_t w = makeFilledWindow(c, 24, 20, 20, 60, 40, 0x0000ff, "shaped");
+    const xcb_rectangle_t leftHalf{0, 0, 30, 40};
+    xcb_shape_rectangles(c, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, XCB_CLIP_ORDERING_UNSORTED, w, 0, 0, 1, &leftHalf);
+    xcb_flush(c);
+    ASSERT_TRUE(waitForTitles(*server, {"shaped"}));
+    const auto picture = server->windowPicture(std::nullopt, w, false);
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(differingPixels(cropped(*picture, 0, 0, 30, 40), Image::filled(30, 40, 0, 0, 255, 255)), 0);
+    EXPECT_EQ(differingPixels(cropped(*picture, 30, 0, 30, 40), Image(30, 40)), 0);
 }
 
 TEST_F(UnmanagedPictures, WindowGoneBetweenListAndPictureHasNoPicture) {

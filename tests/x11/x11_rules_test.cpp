@@ -1,10 +1,12 @@
-// Rules of the X11 layer that need no X server: coordinates, EDID names,
-// Xft.dpi, window roles, pixel formats and client numbers.
+// Rules of the X11 layer that need no X server: coordinates, visible frames,
+// monitor order, EDID names, Xft.dpi, window roles and stacking levels, pixel
+// formats and client numbers.
 #include <gtest/gtest.h>
 
 #include "platform/x11/client_identity.h"
 #include "platform/x11/desktop_layout.h"
 #include "platform/x11/edid_name.h"
+#include "platform/x11/visible_frame.h"
 #include "platform/x11/window_role.h"
 #include "platform/x11/x11_screens.h"
 #include "platform/x11/zpixmap_pixels.h"
@@ -33,12 +35,77 @@ TEST(DesktopLayout, PointsAreRootPixelsOverTheScaleFromTheMainTopLeft) {
     EXPECT_EQ(screenEntries(monitors, 2.0)[0].frame, (ScreenRect{0, 0, 1440, 900}));
     EXPECT_EQ(screenEntries(monitors, 2.0)[0].backingScaleFactor, 2.0);
 
-    int32_t x, y, w, h;
-    layout.toPixels(WindowRect{10.25, 20, 50.5, 10}, &x, &y, &w, &h);
-    EXPECT_EQ(x, 220);  // 200 + 20.5 rounded outward
-    EXPECT_EQ(y, 140);
-    EXPECT_EQ(w, 102);  // right edge 200 + 121.5 -> 322
-    EXPECT_EQ(h, 20);
+    // 200 + 20.5 rounded outward; right edge 200 + 121.5 -> 322.
+    EXPECT_EQ(layout.toPixels(WindowRect{10.25, 20, 50.5, 10}), (RootBox{220, 140, 102, 20}));
+}
+
+TEST(DesktopLayout, WholeScalesMapEveryPixelEdgeToPointsAndBackExactly) {
+    for (double scale : {1.0, 2.0, 3.0}) {
+        const DesktopLayout layout = layoutFor({{1, 1921, 7, 3840, 2160}}, scale);
+        for (const RootBox r : {RootBox{1921, 7, 1, 1}, RootBox{0, 0, 333, 77}, RootBox{2001, -13, 641, 479}}) {
+            SCOPED_TRACE(scale);
+            EXPECT_EQ(layout.toPixels(layout.toPoints(r)), r);
+        }
+    }
+}
+
+// Client 200x150 at (50, 97) in a 252x239 frame at (24, 37): a manager whose
+// frame is 26 px wider on each side than what it draws.
+TEST(VisibleFrame, FollowsTheManagersExtentsAndTheClientsOwnMargins) {
+    struct Case {
+        const char* what;
+        RootBox topLevel, client;
+        std::optional<FrameExtents> manager, margins;
+        RootBox expected;
+    };
+    const Case cases[] = {
+        {"invisible border", {24, 37, 252, 239}, {50, 97, 200, 150}, FrameExtents{0, 0, 37, 0}, {}, {50, 60, 200, 187}},
+        {"frame as drawn", {50, 60, 202, 175}, {51, 80, 200, 150}, FrameExtents{1, 1, 20, 5}, {}, {50, 60, 202, 175}},
+        {"no extents", {10, 10, 300, 200}, {12, 30, 296, 178}, {}, {}, {10, 10, 300, 200}},
+        {"client-side decorations", {274, 77, 452, 399}, {274, 77, 452, 399}, FrameExtents{0, 0, 0, 0},
+         FrameExtents{26, 26, 23, 29}, {300, 100, 400, 347}},
+        {"unreparented client-side decorations", {274, 77, 452, 399}, {274, 77, 452, 399}, {},
+         FrameExtents{26, 26, 23, 29}, {300, 100, 400, 347}},
+        {"extents past the frame", {50, 60, 202, 175}, {51, 80, 200, 150}, FrameExtents{40, 1, 20, 5}, {},
+         {50, 60, 202, 175}},
+        {"margins larger than the window", {0, 0, 50, 50}, {0, 0, 50, 50}, {}, FrameExtents{30, 30, 0, 0},
+         {0, 0, 50, 50}},
+        {"garbage", {0, 0, 50, 50}, {0, 0, 50, 50}, FrameExtents{0xFFFFFFFF, 0, 0, 0}, {}, {0, 0, 50, 50}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const RootBox r = visibleFrame(c.topLevel, c.client, c.manager, c.margins);
+        EXPECT_EQ(r, c.expected) << r.x << "," << r.y << " " << r.width << "x" << r.height;
+    }
+}
+
+X11Monitor monitorAt(uint32_t id, int32_t x, int32_t y, bool primary = false) {
+    X11Monitor m;
+    m.box = {id, x, y, 1920, 1080};
+    m.primary = primary;
+    return m;
+}
+
+std::vector<uint32_t> idsOf(const std::vector<X11Monitor>& monitors) {
+    std::vector<uint32_t> ids;
+    for (const auto& m : monitors) ids.push_back(m.box.id);
+    return ids;
+}
+
+TEST(MonitorOrder, MainFirstThenLeftToRightThenTopToBottom) {
+    // A 2x2 grid listed by the server in no useful order, the primary bottom right.
+    std::vector<X11Monitor> grid{monitorAt(1, 1920, 0), monitorAt(2, 0, 1080), monitorAt(3, 1920, 1080, true),
+                                 monitorAt(4, 0, 0)};
+    orderMainFirst(grid);
+    EXPECT_EQ(idsOf(grid), (std::vector<uint32_t>{3, 4, 2, 1}));
+
+    std::vector<X11Monitor> leftOfMain{monitorAt(7, 0, 0, true), monitorAt(8, -1920, 300), monitorAt(9, 1920, -200)};
+    orderMainFirst(leftOfMain);
+    EXPECT_EQ(idsOf(leftOfMain), (std::vector<uint32_t>{7, 8, 9}));
+
+    std::vector<X11Monitor> noPrimary{monitorAt(5, 1920, 0), monitorAt(6, 0, 0)};
+    orderMainFirst(noPrimary);  // no primary: left to right from the first
+    EXPECT_EQ(idsOf(noPrimary), (std::vector<uint32_t>{5, 6}));
 }
 
 std::vector<uint8_t> edidWithDescriptor(size_t offset, uint8_t tag, const std::string& text) {
@@ -63,11 +130,22 @@ TEST(EdidName, NoNameWithoutAMonitorNameDescriptor) {
     EXPECT_EQ(edidMonitorName(std::vector<uint8_t>(100, 0)), std::nullopt);  // short block
 }
 
-TEST(BackingScale, ComesFromXftDpiAndIsOneWithoutIt) {
-    EXPECT_EQ(backingScaleFromResources("Xft.antialias:\t1\nXft.dpi:\t192\n"), 2.0);
-    EXPECT_EQ(backingScaleFromResources("Xft.dpi: 144\n"), 1.5);
-    EXPECT_EQ(backingScaleFromResources("Xcursor.size:\t24\n"), 1.0);
-    EXPECT_EQ(backingScaleFromResources("Xft.dpi:\t0\n"), 1.0);
+TEST(BackingScale, WholeMultiplesOf96DpiScaleAndOtherDpiOnlySizeFonts) {
+    const std::pair<const char*, double> cases[] = {
+        {"Xft.antialias:\t1\nXft.dpi:\t192\n", 2.0},
+        {"Xft.dpi:\t288\n", 3.0},
+        {"Xft.dpi: 96\n", 1.0},
+        {"Xft.dpi:\t100\n", 1.0},
+        {"Xft.dpi:\t106\n", 1.0},
+        {"Xft.dpi:\t110\n", 1.0},
+        {"Xft.dpi:\t120\n", 1.0},
+        {"Xft.dpi: 144\n", 1.0},
+        {"Xft.dpi:\t191.5\n", 1.0},
+        {"Xft.dpi:\t48\n", 1.0},
+        {"Xcursor.size:\t24\n", 1.0},
+        {"Xft.dpi:\t0\n", 1.0},
+    };
+    for (const auto& [resources, scale] : cases) EXPECT_EQ(backingScaleFromResources(resources), scale) << resources;
 }
 
 TEST(WindowRole, ShellWindowsGetTheOwnersTheInventoryRulesKnow) {
@@ -99,6 +177,41 @@ TEST(WindowRole, LayersOrderTheKindsOfWindowsFromBackToFront) {
     EXPECT_LT(menu, tooltip);
     EXPECT_EQ(windowRole({"_NET_WM_WINDOW_TYPE_DIALOG"}, {"_NET_WM_STATE_MODAL", "_NET_WM_STATE_ABOVE"}).layer,
               kModalLayer);
+}
+
+TEST(WindowRole, FullscreenWindowsCoverPanelsAndUntypedOverrideRedirectWindowsArePopUps) {
+    const int32_t dock = windowRole({"_NET_WM_WINDOW_TYPE_DOCK"}, {}).layer;
+    const int32_t fullscreen = windowRole({"_NET_WM_WINDOW_TYPE_NORMAL"}, {"_NET_WM_STATE_FULLSCREEN"}).layer;
+    EXPECT_GT(fullscreen, dock);
+    EXPECT_LT(fullscreen, windowRole({"_NET_WM_WINDOW_TYPE_NOTIFICATION"}, {}).layer);
+    EXPECT_EQ(windowRole({}, {}, true).layer, kMenuLayer);
+    EXPECT_EQ(windowRole({"_NET_WM_WINDOW_TYPE_TOOLTIP"}, {}, true).layer, kTooltipLayer);
+    EXPECT_EQ(windowRole({}, {}, false).layer, kNormalLayer);
+    EXPECT_EQ(windowManagerBarRole().owner, "Dock");
+    EXPECT_EQ(windowManagerBarRole().layer, dock);
+}
+
+TEST(StackingLevels, StrictlyDecreaseFrontToBackKeepingEachKindsFrontmostAtItsLayer) {
+    struct Case {
+        const char* what;
+        std::vector<int32_t> kinds, expected;
+    };
+    const Case cases[] = {
+        {"ordinary desktop", {kTooltipLayer, kMenuLayer, kDockLayer, 0, 0, 0, kDesktopLayer},
+         {kTooltipLayer, kMenuLayer, kDockLayer, 0, -1, -2, kDesktopLayer}},
+        {"fullscreen over a panel", {kFullscreenLayer, kDockLayer, 0}, {kFullscreenLayer, kDockLayer, 0}},
+        {"panel over an inactive fullscreen window", {kDockLayer, kFullscreenLayer, 0}, {kDockLayer, 19, 0}},
+        {"notification under a raised window", {0, kNotificationLayer, kDockLayer}, {0, -1, -2}},
+        {"desktop window on top", {kDesktopLayer, 0}, {kDesktopLayer, kDesktopLayer - 1}},
+        {"nothing", {}, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(stackingLevels(c.kinds), c.expected);
+    }
+    const std::vector<int32_t> deep(40, kDesktopLayer);
+    const auto levels = stackingLevels(deep);
+    EXPECT_EQ(levels.back(), INT32_MIN);  // clamped, not wrapped round
 }
 
 TEST(WindowRole, TheFirstKnownTypeDecides) {

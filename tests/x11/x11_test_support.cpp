@@ -1,5 +1,6 @@
 #include "tests/x11/x11_test_support.h"
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <regex>
@@ -49,22 +50,51 @@ bool waitUntilDrawn(WindowServer& server, uint32_t number) {
     });
 }
 
-WindowRect frameByTools(XvfbSession& session, uint32_t client) {
-    const std::string info = session.run({"xwininfo", "-id", std::to_string(client)});
-    double x = static_cast<double>(fieldOf(info, "Absolute upper-left X"));
-    double y = static_cast<double>(fieldOf(info, "Absolute upper-left Y"));
-    double w = static_cast<double>(fieldOf(info, "Width"));
-    double h = static_cast<double>(fieldOf(info, "Height"));
-    const double border = static_cast<double>(fieldOf(info, "Border width"));
-    const std::string extents = session.run({"xprop", "-id", std::to_string(client), "_NET_FRAME_EXTENTS"});
+namespace {
+
+struct ToolRect {
+    double x, y, width, height;
+};
+
+ToolRect rectByXwininfo(XvfbSession& session, uint32_t window) {
+    const Rect r = outerRectByTools(session, window);
+    return {r.x, r.y, r.width, r.height};
+}
+
+// left, right, top, bottom of a four-cardinal property, as xprop prints it.
+std::optional<std::array<double, 4>> extentsByXprop(XvfbSession& session, uint32_t window, const char* property) {
+    const std::string text = session.run({"xprop", "-id", std::to_string(window), property});
     std::smatch m;
-    if (std::regex_search(extents, m, std::regex(R"(= (\d+), (\d+), (\d+), (\d+))"))) {
-        const double left = std::stod(m[1]), right = std::stod(m[2]), top = std::stod(m[3]),
-                     bottom = std::stod(m[4]);
-        return {x - left, y - top, w + 2 * border + left + right, h + 2 * border + top + bottom};
-    }
+    if (!std::regex_search(text, m, std::regex(R"(= (\d+), (\d+), (\d+), (\d+))"))) return std::nullopt;
+    return std::array<double, 4>{std::stod(m[1]), std::stod(m[2]), std::stod(m[3]), std::stod(m[4])};
+}
+
+}  // namespace
+
+Rect outerRectByTools(XvfbSession& session, uint32_t window) {
+    const std::string info = session.run({"xwininfo", "-id", std::to_string(window)});
+    const double border = static_cast<double>(fieldOf(info, "Border width"));
     // xwininfo's absolute corner is the outer corner of the border.
-    return {x, y, w + 2 * border, h + 2 * border};
+    return {static_cast<double>(fieldOf(info, "Absolute upper-left X")),
+            static_cast<double>(fieldOf(info, "Absolute upper-left Y")),
+            static_cast<double>(fieldOf(info, "Width")) + 2 * border,
+            static_cast<double>(fieldOf(info, "Height")) + 2 * border};
+}
+
+Rect frameByTools(XvfbSession& session, uint32_t client) {
+    ToolRect r = rectByXwininfo(session, client);
+    const auto margins = extentsByXprop(session, client, "_GTK_FRAME_EXTENTS");
+    const auto extents = extentsByXprop(session, client, "_NET_FRAME_EXTENTS");
+    if (margins) {
+        const auto [l, rt, t, b] = *margins;
+        r = {r.x + l, r.y + t, r.width - l - rt, r.height - t - b};
+    }
+    if (extents) {
+        const auto [l, rt, t, b] = *extents;
+        r = {r.x - l, r.y - t, r.width + l + rt, r.height + t + b};
+    }
+    if (!margins && !extents) r = rectByXwininfo(session, topLevelOf(session.connection(), client));
+    return {r.x, r.y, r.width, r.height};
 }
 
 xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name) {

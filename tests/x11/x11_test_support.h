@@ -34,9 +34,12 @@ bool waitForTitles(WindowServer& server, const std::vector<std::string>& titles)
 bool waitUntilDrawn(WindowServer& server, uint32_t number);
 
 // The frame the user sees around a client window, in root pixels, computed
-// from what xwininfo and xprop report (client position plus the window
-// manager's _NET_FRAME_EXTENTS, or the border without a window manager).
-WindowRect frameByTools(XvfbSession& session, uint32_t client);
+// from what xwininfo and xprop report: the client shrunk by its own
+// _GTK_FRAME_EXTENTS and grown by the manager's _NET_FRAME_EXTENTS; without
+// either, the top-level window that holds the client.
+Rect frameByTools(XvfbSession& session, uint32_t client);
+// A window's rectangle, border included, in root pixels as xwininfo reports it.
+Rect outerRectByTools(XvfbSession& session, uint32_t window);
 
 xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name);
 
