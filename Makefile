@@ -10,7 +10,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build run check test test-asan test-tsan bench clean
+.PHONY: all deps build program run check test test-asan test-tsan bench clean
 
 all: build
 
@@ -21,7 +21,12 @@ build: deps
 	cmake --preset release >/dev/null
 	cmake --build --preset release -j $(JOBS)
 
-run: build
+# Only what running needs: the program, not its tests.
+program: deps
+	cmake --preset release >/dev/null
+	cmake --build --preset release -j $(JOBS) --target plenavue
+
+run: program
 	@bash scripts/run.sh build/plenavue
 
 check: build
