@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,30 @@ struct LayerElement {
 };
 
 using LayerPtr = std::shared_ptr<LayerElement>;
+
+// A layer's rectangle in whole document pixels: what its record states and
+// where the merged image draws it, computed here and nowhere else. The corner
+// is the rectangle's corner rounded to the nearest pixel (halves away from
+// zero); the size is that of the pixels the layer holds and encodes, the
+// rectangle's width and height truncated.
+struct LayerPixelBounds {
+    int32_t left = 0;
+    int32_t top = 0;
+    int32_t width = 0;
+    int32_t height = 0;
+    int32_t right() const { return left + width; }
+    int32_t bottom() const { return top + height; }
+    bool operator==(const LayerPixelBounds&) const = default;
+};
+
+// Largest width or height of a pixel layer: a PackBits row of that many
+// pixels always fits the file's 16-bit row byte count.
+constexpr int32_t kMaxLayerSide = 65026;
+
+// The bounds of a pixel layer's rectangle; nullopt when a number is not
+// finite, a size is negative or above kMaxLayerSide, or an edge falls outside
+// the record's signed 32-bit fields.
+std::optional<LayerPixelBounds> layerPixelBounds(const CanvasRect& location);
 
 // A group marker (type 1 or 2), born ready: four channel blocks holding only
 // the raw compression code, 8 zero bytes in all; the zero rectangle.

@@ -11,10 +11,12 @@ namespace pv {
 
 namespace {
 
-uint64_t pixelExtent(double value, const std::string& name) {
-    if (!std::isfinite(value) || value < 0 || value > 1e9)
-        throw std::runtime_error("layer \"" + name + "\" has an invalid size");
-    return static_cast<uint64_t>(value);
+LayerPixelBounds boundsOf(const LayerElement& layer) {
+    auto bounds = layerPixelBounds(layer.location);
+    if (!bounds)
+        throw std::runtime_error("layer \"" + layer.name + "\" has the rectangle " + rectToString(layer.location) +
+                                 ", which a document cannot hold");
+    return *bounds;
 }
 
 int32_t blockLength(uint64_t length, const std::string& name) {
@@ -44,8 +46,9 @@ size_t encodeChannelRows(uint8_t* counts, uint8_t* rows, const uint8_t* rgba, ui
 
 void prepareLayer(LayerElement& layer) {
     if (layer.ready) return;
-    const uint64_t w = pixelExtent(layer.location.width, layer.name);
-    const uint64_t h = pixelExtent(layer.location.height, layer.name);
+    const LayerPixelBounds bounds = boundsOf(layer);
+    const auto w = static_cast<uint64_t>(bounds.width);
+    const auto h = static_cast<uint64_t>(bounds.height);
     const uint64_t pixelBytes = w * h * 4;
     if (layer.imageData.size() < pixelBytes)
         throw std::runtime_error("layer \"" + layer.name + "\" holds " + std::to_string(layer.imageData.size()) +
@@ -56,7 +59,11 @@ void prepareLayer(LayerElement& layer) {
     std::array<int32_t, 4> sizes{};
     std::vector<uint8_t> out;
 
-    if (layer.compress) {
+    if (w == 0 || h == 0) {
+        // No pixels: four raw blocks of nothing, as readers expect of an empty layer.
+        out.assign(8, 0);
+        sizes = {2, 2, 2, 2};
+    } else if (layer.compress) {
         out.resize(4 * compressedBlockBound(w, h));
         unpremultiply(layer.imageData.data(), pixelBytes);
         size_t pos = 0;

@@ -15,9 +15,11 @@ namespace pv {
 //   compress set:   00 01, h big-endian 16-bit row byte counts, the h rows
 //                   PackBits-encoded;
 //   compress clear: 00 00, the channel's w * h bytes row by row.
-// w and h are location's width and height truncated. A layer that is already
-// ready is left alone. Throws std::runtime_error when the pixels do not cover
-// the rectangle or a block outgrows the format's 32-bit length, and
+// w and h are the width and height of layerPixelBounds(location); a layer of
+// no pixels gets four raw blocks of just their code. A layer that is already
+// ready is left alone. Throws std::runtime_error when the rectangle has no
+// bounds, the pixels do not cover it or a block outgrows the format's 32-bit
+// length, and
 // std::bad_alloc when memory runs out; the layer is then unchanged or only
 // un-premultiplied, never marked ready.
 void prepareLayer(LayerElement& layer);

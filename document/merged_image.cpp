@@ -1,7 +1,5 @@
 #include "document/merged_image.h"
 
-#include <cmath>
-
 namespace pv {
 
 Image composeLayers(const std::vector<LayerPtr>& layers, int width, int height) {
@@ -9,13 +7,14 @@ Image composeLayers(const std::vector<LayerPtr>& layers, int width, int height) 
     for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
         const LayerElement& layer = **it;
         if (layer.type != LayerTypePixel || layer.ready) continue;
-        const PixelsView pixels{layer.imageData.data(), static_cast<int>(layer.location.width),
-                                static_cast<int>(layer.location.height)};
+        // The same pixel edges as the layer's record in the file.
+        const auto at = layerPixelBounds(layer.location);
+        if (!at) continue;
+        const PixelsView pixels{layer.imageData.data(), at->width, at->height};
         if (pixels.width <= 0 || pixels.height <= 0 ||
             layer.imageData.size() < static_cast<size_t>(pixels.width) * pixels.height * 4)
             continue;
-        drawOver(canvas, pixels, static_cast<int>(std::lround(layer.location.x)),
-                 static_cast<int>(std::lround(layer.location.y)));
+        drawOver(canvas, pixels, at->left, at->top);
     }
     return canvas;
 }

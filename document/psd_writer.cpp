@@ -1,8 +1,8 @@
 #include "document/psd_writer.h"
 
-#include <cmath>
 #include <cstdio>
 #include <limits>
+#include <optional>
 
 #include "document/byte_buffer.h"
 #include "document/layer_preparation.h"
@@ -37,22 +37,19 @@ std::string xmlEscaped(const std::string& text) {
     return out;
 }
 
-// A coordinate truncated toward zero, held inside the 32-bit field.
-int32_t edge(double v) {
-    if (std::isnan(v)) return 0;
-    if (v >= 2147483647.0) return std::numeric_limits<int32_t>::max();
-    if (v <= -2147483648.0) return std::numeric_limits<int32_t>::min();
-    return static_cast<int32_t>(v);
-}
-
 size_t namePadding(size_t n) { return (4 - (n + 1) % 4) % 4; }
 
-void appendLayerRecord(std::vector<uint8_t>& b, const LayerElement& e) {
-    const CanvasRect& r = e.location;
-    appendValue(b, edge(r.y), 4);
-    appendValue(b, edge(r.x), 4);
-    appendValue(b, edge(r.y + r.height), 4);
-    appendValue(b, edge(r.x + r.width), 4);
+// The rectangle a record states: a pixel layer's bounds, a marker's zero rectangle.
+std::optional<LayerPixelBounds> recordBounds(const LayerElement& e) {
+    if (e.type != LayerTypePixel) return LayerPixelBounds{};
+    return layerPixelBounds(e.location);
+}
+
+void appendLayerRecord(std::vector<uint8_t>& b, const LayerElement& e, const LayerPixelBounds& r) {
+    appendValue(b, r.top, 4);
+    appendValue(b, r.left, 4);
+    appendValue(b, r.bottom(), 4);
+    appendValue(b, r.right(), 4);
     appendValue(b, 4, 2);
     static const int16_t channelIds[4] = {0, 1, 2, -1};
     for (int c = 0; c < 4; ++c) {
@@ -86,7 +83,64 @@ void appendLayerRecord(std::vector<uint8_t>& b, const LayerElement& e) {
     }
 }
 
-// Why an entry cannot be written, or empty.
+// Pixels one PackBits row decodes to, or -1 when a packet runs past its end.
+int64_t decodedRowLength(const uint8_t* row, size_t length) {
+    int64_t pixels = 0;
+    for (size_t i = 0; i < length;) {
+        const auto header = static_cast<int8_t>(row[i++]);
+        if (header >= 0) {
+            i += static_cast<size_t>(header) + 1;
+            if (i > length) return -1;
+            pixels += header + 1;
+        } else if (header != -128) {
+            if (i++ >= length) return -1;
+            pixels += 1 - header;
+        }
+    }
+    return pixels;
+}
+
+// Why one channel block does not hold exactly w x h pixels, or empty.
+std::string blockProblem(const uint8_t* block, size_t size, uint64_t w, uint64_t h) {
+    const unsigned code = block[0] << 8 | block[1];
+    if (code == 0) {
+        if (size - 2 != w * h) return "holds " + std::to_string(size - 2) + " raw bytes";
+        return {};
+    }
+    if (code != 1) return "has the unknown compression " + std::to_string(code);
+    if (size - 2 < 2 * h) return "is too short for " + std::to_string(h) + " row counts";
+    const uint8_t* counts = block + 2;
+    const uint8_t* row = counts + 2 * h;
+    const uint8_t* end = block + size;
+    for (uint64_t y = 0; y < h; ++y) {
+        const size_t n = static_cast<size_t>(counts[2 * y] << 8 | counts[2 * y + 1]);
+        if (n > static_cast<size_t>(end - row)) return "has rows running past its end";
+        const int64_t pixels = decodedRowLength(row, n);
+        if (pixels != static_cast<int64_t>(w))
+            return "has a row of " + (pixels < 0 ? std::string("broken packets") : std::to_string(pixels) + " pixels");
+        row += n;
+    }
+    if (row != end) return "holds " + std::to_string(end - row) + " bytes after its rows";
+    return {};
+}
+
+// Why an entry's channel data does not fill the rectangle its record states, or empty.
+std::string channelDataProblem(const LayerElement& e, const LayerPixelBounds& r) {
+    size_t at = 0;
+    for (int c = 0; c < 4; ++c) {
+        const auto size = static_cast<size_t>(e.channelSizes[c]);
+        const std::string problem =
+            blockProblem(e.imageData.data() + at, size, static_cast<uint64_t>(r.width), static_cast<uint64_t>(r.height));
+        if (!problem.empty())
+            return "layer \"" + e.name + "\" does not match its " + std::to_string(r.width) + "x" +
+                   std::to_string(r.height) + " rectangle: channel " + std::to_string(c) + " " + problem;
+        at += size;
+    }
+    return {};
+}
+
+// Why an entry cannot be written, or empty. Every entry is checked before any
+// file is touched, so that no file a reader refuses is ever written.
 std::string entryProblem(const LayerElement& e) {
     if (e.type < LayerTypePixel || e.type > LayerTypeGroupEnd)
         return "entry \"" + e.name + "\" has the unknown type " + std::to_string(e.type);
@@ -99,7 +153,11 @@ std::string entryProblem(const LayerElement& e) {
     if (sum != e.imageData.size())
         return "layer \"" + e.name + "\" holds " + std::to_string(e.imageData.size()) +
                " bytes of channel data, its channel sizes add up to " + std::to_string(sum);
-    return {};
+    const auto bounds = recordBounds(e);
+    if (!bounds)
+        return "layer \"" + e.name + "\" has the rectangle " + rectToString(e.location) +
+               ", which a document cannot hold";
+    return channelDataProblem(e, *bounds);
 }
 
 std::tm localNow() {
@@ -222,7 +280,7 @@ WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& m
     appendValue(head, static_cast<int64_t>(T + 2), 4);
     // Negative: the first alpha channel is the merged result's transparency.
     appendValue(head, -static_cast<int64_t>(layers.size()), 2);
-    for (auto it = layers.rbegin(); it != layers.rend(); ++it) appendLayerRecord(head, **it);
+    for (auto it = layers.rbegin(); it != layers.rend(); ++it) appendLayerRecord(head, **it, *recordBounds(**it));
 
     return writeFileAtomically(path, [&](AtomicFile& file) {
         if (!file.write(head.data(), head.size())) return false;

@@ -48,8 +48,11 @@ std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& ti
 // place. `layers` runs top of the stack first, every entry ready; the file
 // holds them bottom first. `status` (may be empty) receives "Writing: <name>"
 // per entry and "Writing composite..." from the calling thread.
-// Refuses an empty canvas, one over 30000 pixels a side, unprepared entries
-// and a merged buffer smaller than the canvas before creating anything. On
+// Each record states the entry's layerPixelBounds (a marker the zero
+// rectangle). Refuses an empty canvas, one over 30000 pixels a side,
+// unprepared entries, an entry whose channel data does not hold exactly the
+// pixels of its record's rectangle, and a merged buffer smaller than the
+// canvas, before creating anything. On
 // failure nothing is left at `path` but an earlier file of that name.
 WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& merged,
                      const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status,

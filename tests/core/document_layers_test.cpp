@@ -1,6 +1,8 @@
 // Layer entries, group markers, un-premultiplication and layer preparation.
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include <map>
 #include <random>
 
@@ -272,6 +274,29 @@ TEST(LayerPreparation, UncompressedLayersStoreRawPlanes) {
     prepareLayer(*layer);
     EXPECT_EQ(layer->channelSizes, (std::array<int32_t, 4>{4, 4, 4, 4}));
     EXPECT_EQ(layer->imageData, (Bytes{0, 0, 10, 127, 0, 0, 20, 127, 0, 0, 30, 127, 0, 0, 255, 2}));
+}
+
+TEST(LayerPreparation, LayersWithoutPixelsGetFourEmptyRawBlocks) {
+    for (const auto& [w, h] : {std::pair{0, 0}, {0, 3}, {3, 0}}) {
+        for (bool compress : {true, false}) {
+            auto layer = pvtest::pixelLayer("empty", 2.5, 1, w, h, {});
+            layer->compress = compress;
+            prepareLayer(*layer);
+            EXPECT_TRUE(layer->ready);
+            EXPECT_EQ(layer->channelSizes, (std::array<int32_t, 4>{2, 2, 2, 2})) << w << "x" << h;
+            EXPECT_EQ(layer->imageData, Bytes(8, 0));
+        }
+    }
+}
+
+TEST(LayerPreparation, RectanglesADocumentCannotHoldAreRefused) {
+    for (const CanvasRect at : {CanvasRect{0, 0, -1, 1}, CanvasRect{std::nan(""), 0, 1, 1}, CanvasRect{3e9, 0, 1, 1},
+                                CanvasRect{0, 0, kMaxLayerSide + 1, 1}, CanvasRect{0, 2147483647, 1, 1}}) {
+        auto layer = pvtest::pixelLayer("far", 0, 0, 1, 1, {1, 2, 3, 255});
+        layer->location = at;
+        EXPECT_THROW(prepareLayer(*layer), std::runtime_error) << rectToString(at);
+        EXPECT_FALSE(layer->ready);
+    }
 }
 
 TEST(LayerPreparation, TooFewPixelsForTheRectangleThrowsAndLeavesTheLayerUnready) {

@@ -127,3 +127,43 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
 
     EXPECT_EQ(test::fromBase64(doc["merged"]["rgba"].get<std::string>()), expectedComposite);
 }
+
+TEST(PSDReadBack, FractionalAndEmptyLayersOpenWithTheirRecordedEdges) {
+    if (!test::psdToolsAvailable()) GTEST_SKIP() << "/usr/bin/python3 cannot import psd_tools";
+    struct Case {
+        Rect at;  // the size is what the layer holds
+        int32_t left, top;
+    };
+    // Top of the stack first; psd-tools lists them bottom first.
+    const std::vector<Case> cases{{{10.5, 2.5, 7, 5}, 11, 3},  {{-0.5, 3.4999, 3, 2}, -1, 3}, {{0.5, 0.5, 1, 1}, 1, 1},
+                                  {{1.25, 1, 0, 3}, 1, 1},     {{2, 2.75, 3, 0}, 2, 3}};
+    std::vector<LayerPtr> layers;
+    for (const Case& c : cases) {
+        const int w = static_cast<int>(c.at.width), h = static_cast<int>(c.at.height);
+        layers.push_back(pvtest::pixelLayer("L" + std::to_string(layers.size()), c.at.x, c.at.y, w, h,
+                                            translucent(w, h, static_cast<uint8_t>(layers.size()))));
+        prepareLayer(*layers.back());
+    }
+    Bytes composite(20 * 10 * 4, 0);
+    pvtest::ScratchDir dir;
+    const WriteResult r = writePSD(dir / "edges.psd", {20, 10}, composite, layers, "<x/>", nullptr);
+    ASSERT_TRUE(r.ok) << r.error;
+
+    json doc;
+    ASSERT_NO_THROW(doc = test::psdToolsDump(dir / "edges.psd", true));
+    ASSERT_EQ(doc["layers"].size(), cases.size());
+    for (size_t i = 0; i < cases.size(); ++i) {
+        const Case& c = cases[cases.size() - 1 - i];
+        const json& node = doc["layers"][i];
+        SCOPED_TRACE(node.dump());
+        const int w = static_cast<int>(c.at.width), h = static_cast<int>(c.at.height);
+        EXPECT_EQ(node["left"], c.left);
+        EXPECT_EQ(node["top"], c.top);
+        EXPECT_EQ(node["right"], c.left + w);
+        EXPECT_EQ(node["bottom"], c.top + h);
+        if (w > 0 && h > 0) {
+            EXPECT_EQ(test::fromBase64(node["pixels"]["rgba"].get<std::string>()),
+                      straight(translucent(w, h, static_cast<uint8_t>(cases.size() - 1 - i))));
+        }
+    }
+}

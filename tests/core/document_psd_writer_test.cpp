@@ -6,11 +6,13 @@
 
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <regex>
 #include <set>
 
 #include "document/file_naming.h"
 #include "document/layer_preparation.h"
+#include "document/merged_image.h"
 #include "document/output_format.h"
 #include "document/psd_writer.h"
 #include "document/unpremultiply.h"
@@ -228,6 +230,41 @@ TEST(PSDWriter, RecordRectangleAndLengthsOfAPixelLayer) {
     EXPECT_EQ(p.layerCount, -1);
     EXPECT_EQ(p.layerInfoLength + 8, p.layerSectionLength);
     EXPECT_EQ(p.layerInfoLength, 2 + r.size + layer->imageData.size());
+}
+
+TEST(PSDWriter, RecordEdgesAreTheRoundedCornerAndTheSizeOfTheEncodedPixels) {
+    struct Case {
+        CanvasRect at;
+        int w, h;                          // pixels held
+        int32_t top, left, bottom, right;  // as recorded
+    };
+    const std::vector<Case> cases{
+        {{10.5, 2.5, 7, 5}, 7, 5, 3, 11, 8, 18},
+        {{10.4999, 2.5001, 7.9, 5.2}, 7, 5, 3, 10, 8, 17},  // fractional sizes: the pixels held count
+        {{-0.5, -1.5, 3, 2}, 3, 2, -2, -1, 0, 2},           // halves away from zero
+        {{-2.25, 0.75, 1, 1}, 1, 1, 1, -2, 2, -1},
+        // A shadowed window at scale 1.5: a width of 182 pixels starting at 14.5 ends at 197, not 196.
+        {{14.5, 6.0, 182, 138}, 182, 138, 6, 15, 144, 197},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(rectToString(c.at));
+        pvtest::ScratchDir dir;
+        auto layer = pvtest::pixelLayer("L", 0, 0, c.w, c.h, pvtest::solid(c.w, c.h, 9, 8, 7, 255));
+        layer->location = c.at;
+        // The merged image of a saved selection draws the layer at the same edges.
+        const Image merged = composeLayers({layer}, 240, 160);
+        if (c.left > 0 && c.top >= 0) {
+            EXPECT_EQ(merged.row(c.top)[c.left * 4 + 3], 255);
+            EXPECT_EQ(merged.row(c.top)[(c.left - 1) * 4 + 3], 0);
+        }
+        prepareLayer(*layer);
+        auto w = write(dir / "edges.psd", {240, 160}, Bytes(240 * 160 * 4, 0), {layer});
+        ASSERT_TRUE(w.result.ok) << w.result.error;
+        const ParsedPSD p = parse(w.file);
+        ASSERT_EQ(p.records.size(), 1u);
+        const Record& r = p.records[0];
+        EXPECT_EQ(std::tie(r.top, r.left, r.bottom, r.right), std::tie(c.top, c.left, c.bottom, c.right));
+    }
 }
 
 TEST(PSDWriter, NamesArePaddedSoTheirLengthByteAndBytesMakeAMultipleOfFour) {
@@ -527,6 +564,41 @@ TEST(PSDWriterRefusals, UnpreparedEntriesEmptyCanvasAndShortCompositeAreRefused)
     EXPECT_FALSE(r.ok);
     EXPECT_NE(r.error.find("needs 24"), std::string::npos) << r.error;
     EXPECT_TRUE(dir.entries().empty());
+}
+
+TEST(PSDWriterRefusals, EntriesWhoseChannelDataDisagreeWithTheirRectangleAreRefusedBeforeAnyFile) {
+    struct Case {
+        const char* what;
+        std::function<void(LayerElement&)> change;  // applied to a prepared 4x3 layer
+        const char* reason;
+    };
+    const std::vector<Case> cases{
+        {"one pixel wider", [](LayerElement& l) { l.location.width = 5; }, "5x3 rectangle: channel 0 has a row of 4 pixels"},
+        {"one row higher", [](LayerElement& l) { l.location.height = 4; }, "4x4 rectangle: channel 0 has rows running past its end"},
+        {"one row lower", [](LayerElement& l) { l.location.height = 2; }, "4x2 rectangle: channel 0 has a row of"},
+        {"a row count too large", [](LayerElement& l) { l.imageData[3] += 1; }, "channel 0"},
+        {"a broken packet", [](LayerElement& l) { l.imageData[8] = 5; }, "channel 0 has a row of"},
+        {"an unknown compression", [](LayerElement& l) { l.imageData[1] = 2; }, "unknown compression 2"},
+        {"a raw block of the wrong size",
+         [](LayerElement& l) {
+             l.imageData.assign(4 * 13, 0);
+             l.channelSizes = {13, 13, 13, 13};
+         },
+         "holds 11 raw bytes"},
+        {"a rectangle beyond the record", [](LayerElement& l) { l.location.x = 3e9; }, "cannot hold"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        pvtest::ScratchDir dir;
+        auto layer = prepared(pvtest::pixelLayer("Notes", 1.5, 0, 4, 3, pvtest::solid(4, 3, 1, 2, 3, 255)));
+        c.change(*layer);
+        Bytes merged(8 * 8 * 4, 0);
+        const WriteResult r = writePSD(dir / "x.psd", {8, 8}, merged, {layer}, kTemplate, nullptr);
+        EXPECT_FALSE(r.ok);
+        EXPECT_NE(r.error.find("layer \"Notes\""), std::string::npos) << r.error;
+        EXPECT_NE(r.error.find(c.reason), std::string::npos) << r.error;
+        EXPECT_TRUE(dir.entries().empty());
+    }
 }
 
 TEST(PSDWriterFailures, MissingFolderAndPathUnderAFileLeaveNothing) {
