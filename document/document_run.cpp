@@ -13,7 +13,9 @@ void DocumentRun::takeMergedImage(const ImagePtr& composite) {
 }
 
 void DocumentRun::composeMergedImage(Size canvas) {
-    Image merged = composeLayers(layers, static_cast<int>(canvas.width), static_cast<int>(canvas.height));
+    const auto width = pictureSide(canvas.width), height = pictureSide(canvas.height);
+    if (!width || !height) return;
+    Image merged = composeLayers(layers, *width, *height);
     if (merged.isNull()) return;
     size = {static_cast<double>(merged.width), static_cast<double>(merged.height)};
     mergedImageData = std::move(merged.pixels);

@@ -1,7 +1,9 @@
 #include "inventory/window_element.h"
 
-#include <algorithm>
 #include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
 
 namespace pv {
 
@@ -56,7 +58,9 @@ void PVWindowElement::setParent(const Ptr& p) {
 }
 
 std::string PVWindowElement::displayName() const {
-    const auto i = [](double v) { return static_cast<int32_t>(v); };
+    // Whole points, truncated toward zero; checked before any conversion, so a
+    // size beyond the integers still prints as the number it is.
+    const auto i = [](double v) { return fmt::format("{:.0f}", std::trunc(v) + 0.0); };
     const Rect& d = dimensions;
     switch (kind) {
     case PVElementKindRoot:

@@ -1,11 +1,13 @@
 #include "platform/fixture_desktop.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <optional>
@@ -30,10 +32,27 @@ struct FixtureDesktop::Data {
 
 namespace {
 
+// A JSON library message without its "[json.exception....] " label.
+std::string jsonMessage(const json::exception& e) {
+    const std::string what = e.what();
+    const size_t label = what.rfind("] ", what.find(' '));
+    return label == std::string::npos ? what : what.substr(label + 2);
+}
+
+// Why path cannot be read as a file (a folder, a device, missing), or empty.
+std::string notAFile(const std::string& path) {
+    std::error_code ec;
+    const auto status = std::filesystem::status(path, ec);
+    if (ec) return ec.message();
+    if (std::filesystem::is_directory(status)) return "is a folder, not a file";
+    if (!std::filesystem::is_regular_file(status)) return "is not a regular file";
+    return {};
+}
+
 // Reads one JSON file, turning every problem into "file: key: problem".
 class Reader {
 public:
-    explicit Reader(std::string file) : file_(std::move(file)) {}
+    Reader(std::string file, uint64_t maxPicturePixels) : file_(std::move(file)), maxPicturePixels_(maxPicturePixels) {}
 
     [[noreturn]] void fail(const std::string& key, const std::string& problem) const {
         throw FixtureError(file_ + ": " + key + ": " + problem);
@@ -50,20 +69,27 @@ public:
         return v.get<std::string>();
     }
 
-    double number(const json& v, const std::string& path) const {
+    // A number from -limit to limit.
+    double number(const json& v, const std::string& path, double limit = kMaxCoordinate) const {
         if (!v.is_number()) fail(path, "must be a number");
-        return v.get<double>();
+        const double value = v.get<double>();
+        if (!(value >= -limit && value <= limit)) fail(path, fmt::format("is out of range (-{0} to {0})", limit));
+        return value;
     }
 
     template <typename Int>
     Int integer(const json& v, const std::string& path) const {
         if (!v.is_number_integer()) fail(path, "must be an integer");
-        const auto value = v.get<int64_t>();
-        if (value < static_cast<int64_t>(std::numeric_limits<Int>::min()) ||
-            value > static_cast<int64_t>(std::numeric_limits<Int>::max())) {
-            fail(path, "is out of range");
+        // Compared as the kind of integer JSON holds, so that no value wraps on the way.
+        const bool fits = v.is_number_unsigned()
+                              ? v.get<uint64_t>() <= static_cast<uint64_t>(std::numeric_limits<Int>::max())
+                              : v.get<int64_t>() >= static_cast<int64_t>(std::numeric_limits<Int>::min()) &&
+                                    v.get<int64_t>() <= static_cast<int64_t>(std::numeric_limits<Int>::max());
+        if (!fits) {
+            fail(path, fmt::format("is out of range ({} to {})", static_cast<int64_t>(std::numeric_limits<Int>::min()),
+                                   static_cast<uint64_t>(std::numeric_limits<Int>::max())));
         }
-        return static_cast<Int>(value);
+        return v.is_number_unsigned() ? static_cast<Int>(v.get<uint64_t>()) : static_cast<Int>(v.get<int64_t>());
     }
 
     template <class Space>
@@ -84,14 +110,32 @@ public:
     Image png(const json& v, const std::string& path) const {
         const auto relative = text(v, path);
         const auto full = (std::filesystem::path(file_).parent_path() / relative).string();
+        if (const auto problem = notAFile(full); !problem.empty()) fail(path, "cannot read " + full + ": " + problem);
         std::string error;
-        auto image = readPNG(full, &error);
+        auto image = readPNG(full, &error, maxPicturePixels_);
         if (!image) fail(path, "cannot read " + full + ": " + error);
         return std::move(*image);
     }
 
+    // points * scale rounded, when it is a picture side within the limits.
+    int pixelSide(double points, double scale, const std::string& path) const {
+        const double pixels = std::round(points * scale);
+        if (!pictureSide(pixels))
+            fail(path, fmt::format("would be {} pixels at scale {}; a picture side is at most {}", pixels, scale,
+                                   kMaxPictureSide));
+        return static_cast<int>(pixels);
+    }
+
+    // Pictures of more pixels than the limit are refused before they are made.
+    void checkPixelCount(int w, int h, const std::string& path) const {
+        if (static_cast<uint64_t>(w) * static_cast<uint64_t>(h) > maxPicturePixels_)
+            fail(path, fmt::format("a picture of {}x{} pixels is more than the {} pixels allowed", w, h,
+                                   maxPicturePixels_));
+    }
+
 private:
     std::string file_;
+    uint64_t maxPicturePixels_;
 };
 
 std::string at(const std::string& array, size_t i) { return array + "[" + std::to_string(i) + "]"; }
@@ -114,7 +158,12 @@ double scaleOfWindow(const std::vector<ScreenListEntry>& screens, const WindowRe
     return s > 0 ? s : largestScale(screens);
 }
 
-int pixels(double points, double scale) { return static_cast<int>(std::lround(points * scale)); }
+// A position in pixels for drawing: far-off positions are held at a distance
+// no picture reaches, so the conversion never overflows.
+int position(double points, double scale) {
+    constexpr double far = 1 << 30;
+    return static_cast<int>(std::clamp(std::round(points * scale), -far, far));
+}
 
 // The screens' union in window-server points.
 WindowRect desktopBounds(const std::vector<ScreenListEntry>& screens) {
@@ -126,15 +175,17 @@ WindowRect desktopBounds(const std::vector<ScreenListEntry>& screens) {
 }
 
 // Opaque black under the windows, back to front, as the user would see them.
-Image composeDesktop(const FixtureDesktop::Data& d) {
+Image composeDesktop(const Reader& r, const FixtureDesktop::Data& d) {
     const WindowRect area = desktopBounds(d.screens);
     const double s = largestScale(d.screens);
-    Image canvas = Image::filled(pixels(area.width, s), pixels(area.height, s), 0, 0, 0, 255);
+    const int w = r.pixelSide(area.width, s, "screens"), h = r.pixelSide(area.height, s, "screens");
+    r.checkPixelCount(w, h, "screens");
+    Image canvas = Image::filled(w, h, 0, 0, 0, 255);
     for (auto it = d.windows.rbegin(); it != d.windows.rend(); ++it) {
         if (it->sharingState == 0) continue;
         const auto& picture = d.pictures.at(it->number);
         if (!picture) continue;
-        drawOver(canvas, *picture, pixels(it->bounds.x - area.x, s), pixels(it->bounds.y - area.y, s));
+        drawOver(canvas, *picture, position(it->bounds.x - area.x, s), position(it->bounds.y - area.y, s));
     }
     return canvas;
 }
@@ -156,8 +207,8 @@ void readScreens(const Reader& r, const json& root, FixtureDesktop::Data& d) {
         e.frame = r.rect<ScreenSpace>(r.member(s, "frame", path + ".frame"), path + ".frame");
         // Every other frame is given relative to the main screen's corner.
         if (i == 0 && (e.frame.x != 0 || e.frame.y != 0)) r.fail(path + ".frame", "the main screen must be at (0, 0)");
-        e.backingScaleFactor =
-            r.number(r.member(s, "backingScaleFactor", path + ".backingScaleFactor"), path + ".backingScaleFactor");
+        e.backingScaleFactor = r.number(r.member(s, "backingScaleFactor", path + ".backingScaleFactor"),
+                                        path + ".backingScaleFactor", kMaxBackingScale);
         if (e.backingScaleFactor <= 0) r.fail(path + ".backingScaleFactor", "must be greater than 0");
         if (auto name = r.optionalText(s, "productName", path)) d.productNames[e.displayId] = *name;
         d.screens.push_back(e);
@@ -176,7 +227,12 @@ std::optional<Image> readPicture(const Reader& r, const json& w, const std::stri
     if (!fill->is_array() || fill->size() != 4) r.fail(fillPath, "must be an array of 4 integers [r, g, b, a]");
     uint8_t c[4];
     for (size_t k = 0; k < 4; ++k) c[k] = r.integer<uint8_t>((*fill)[k], fillPath + "[" + std::to_string(k) + "]");
-    return Image::filled(pixels(e.bounds.width, scale), pixels(e.bounds.height, scale), c[0], c[1], c[2], c[3]);
+    // The picture covers the bounds at the scale, no larger than a document takes.
+    const std::string boundsPath = path + ".bounds";
+    const int width = r.pixelSide(e.bounds.width, scale, boundsPath);
+    const int height = r.pixelSide(e.bounds.height, scale, boundsPath);
+    r.checkPixelCount(width, height, boundsPath);
+    return Image::filled(width, height, c[0], c[1], c[2], c[3]);
 }
 
 void readWindows(const Reader& r, const json& root, FixtureDesktop::Data& d) {
@@ -204,15 +260,24 @@ void readWindows(const Reader& r, const json& root, FixtureDesktop::Data& d) {
 
 }  // namespace
 
-std::unique_ptr<FixtureDesktop> FixtureDesktop::load(const std::string& path) {
-    const Reader r(path);
-    std::ifstream in(path);
-    if (!in) r.fail("(file)", "cannot be read");
+std::unique_ptr<FixtureDesktop> FixtureDesktop::load(const std::string& path, uint64_t maxPicturePixels) {
+    const Reader r(path, maxPicturePixels);
+    if (const auto problem = notAFile(path); !problem.empty()) r.fail("(file)", "cannot be read: " + problem);
+    std::string text;
+    try {
+        std::ifstream in(path, std::ios::binary);
+        if (!in) r.fail("(file)", "cannot be read");
+        text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    } catch (const std::ios_base::failure& e) {
+        r.fail("(file)", std::string("cannot be read: ") + e.what());
+    }
     json root;
     try {
-        root = json::parse(in);
-    } catch (const json::parse_error& e) {
-        r.fail("(file)", std::string("malformed JSON: ") + e.what());
+        root = json::parse(text);
+    } catch (const json::out_of_range& e) {
+        r.fail("(file)", "a number is out of range: " + jsonMessage(e));
+    } catch (const json::exception& e) {
+        r.fail("(file)", "malformed JSON: " + jsonMessage(e));
     }
     if (!root.is_object()) r.fail("(file)", "must hold a JSON object");
 
@@ -224,7 +289,7 @@ std::unique_ptr<FixtureDesktop> FixtureDesktop::load(const std::string& path) {
         if (!desktop->is_object()) r.fail("desktop", "must be an object");
         d->desktop = r.png(r.member(*desktop, "png", "desktop.png"), "desktop.png");
     } else {
-        d->desktop = composeDesktop(*d);
+        d->desktop = composeDesktop(r, *d);
     }
     return std::unique_ptr<FixtureDesktop>(new FixtureDesktop(std::move(d)));
 }

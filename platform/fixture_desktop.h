@@ -16,10 +16,20 @@ struct FixtureError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Largest coordinate or size a fixture may give, in points (the range of a
+// 32-bit integer), and its largest backing scale.
+constexpr double kMaxCoordinate = 2147483648.0;
+constexpr double kMaxBackingScale = 32;
+// Pictures a fixture may make or read: every side within kMaxPictureSide, and
+// at most this many pixels.
+constexpr uint64_t kMaxFixturePicturePixels = uint64_t{30000} * 30000;
+
 class FixtureDesktop : public WindowServer {
 public:
-    // Reads and checks the whole file; throws FixtureError.
-    static std::unique_ptr<FixtureDesktop> load(const std::string& path);
+    // Reads and checks the whole file; throws FixtureError, and std::bad_alloc
+    // when memory runs out while its pictures are made.
+    static std::unique_ptr<FixtureDesktop> load(const std::string& path,
+                                                uint64_t maxPicturePixels = kMaxFixturePicturePixels);
     ~FixtureDesktop() override;
 
     std::string hostName() override;

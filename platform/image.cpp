@@ -5,6 +5,11 @@
 
 namespace pv {
 
+std::optional<int> pictureSide(double pixels) {
+    if (!(pixels >= 0 && pixels < kMaxPictureSide + 1)) return std::nullopt;  // NaN fails too
+    return static_cast<int>(pixels);
+}
+
 Image Image::filled(int w, int h, uint8_t r, uint8_t g, uint8_t b, uint8_t a) {
     Image img(w, h);
     const auto premul = [a](uint8_t c) { return static_cast<uint8_t>((c * a + 127) / 255); };

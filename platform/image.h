@@ -4,9 +4,19 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace pv {
+
+// Largest width or height of a picture we make or read: the largest side of
+// a document the writers accept.
+constexpr int kMaxPictureSide = 30000;
+
+// A picture side given in (fractional) pixels, truncated, when it is finite and
+// 0 to kMaxPictureSide; nullopt otherwise. Sizes are checked here before they
+// become integers.
+std::optional<int> pictureSide(double pixels);
 
 struct Image {
     int width = 0;

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <string>
 
 namespace pv {
 
@@ -32,13 +34,10 @@ void premultiply(Image& image) {
     }
 }
 
-// Pictures of more pixels than this (1 GiB as RGBA) are refused, not allocated.
-constexpr uint64_t kMaxPixels = uint64_t{1} << 28;
-
 // Decodes the open file into *image; false with *reason on failure. Nothing in
 // this frame changes between setjmp and a longjmp out of libpng, and the C++
 // objects live with the caller.
-bool decode(FILE* file, Image* image, std::vector<png_bytep>* rows, std::string* reason) {
+bool decode(FILE* file, uint64_t maxPixels, Image* image, std::vector<png_bytep>* rows, std::string* reason) {
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, reason, onError, onWarning);
     png_infop info = png ? png_create_info_struct(png) : nullptr;
     if (!info) {
@@ -62,12 +61,18 @@ bool decode(FILE* file, Image* image, std::vector<png_bytep>* rows, std::string*
     png_read_update_info(png, info);
     const png_uint_32 width = png_get_image_width(png, info);
     const png_uint_32 height = png_get_image_height(png, info);
-    if (static_cast<uint64_t>(width) * height > kMaxPixels) {
-        *reason = "picture too large";
+    if (width > kMaxPictureSide || height > kMaxPictureSide || static_cast<uint64_t>(width) * height > maxPixels) {
+        *reason = "picture too large (" + std::to_string(width) + "x" + std::to_string(height) + " pixels)";
         png_destroy_read_struct(&png, &info, nullptr);
         return false;
     }
-    *image = Image(static_cast<int>(width), static_cast<int>(height));
+    try {
+        *image = Image(static_cast<int>(width), static_cast<int>(height));
+    } catch (const std::bad_alloc&) {
+        *reason = "out of memory for " + std::to_string(width) + "x" + std::to_string(height) + " pixels";
+        png_destroy_read_struct(&png, &info, nullptr);
+        return false;
+    }
     rows->resize(height);
     for (png_uint_32 y = 0; y < height; ++y) (*rows)[y] = image->row(static_cast<int>(y));
     png_read_image(png, rows->data());
@@ -76,21 +81,33 @@ bool decode(FILE* file, Image* image, std::vector<png_bytep>* rows, std::string*
     return true;
 }
 
-}  // namespace
-
-std::optional<Image> readPNG(const std::string& path, std::string* error) {
+std::optional<Image> readFrom(FILE* opened, uint64_t maxPixels, std::string* error) {
     std::string reason;
-    std::unique_ptr<FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+    std::unique_ptr<FILE, FileCloser> file(opened);
     Image image;
     std::vector<png_bytep> rows;
     if (!file) {
         reason = std::strerror(errno);
-    } else if (decode(file.get(), &image, &rows, &reason)) {
+    } else if (decode(file.get(), maxPixels, &image, &rows, &reason)) {
         premultiply(image);
         return image;
     }
     if (error) *error = reason;
     return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Image> readPNG(const std::string& path, std::string* error, uint64_t maxPixels) {
+    return readFrom(std::fopen(path.c_str(), "rb"), maxPixels, error);
+}
+
+std::optional<Image> readPNGData(const uint8_t* data, size_t size, std::string* error, uint64_t maxPixels) {
+    if (size == 0) {
+        if (error) *error = "not a readable PNG file";
+        return std::nullopt;
+    }
+    return readFrom(fmemopen(const_cast<uint8_t*>(data), size, "rb"), maxPixels, error);
 }
 
 std::vector<uint8_t> encodePNG(const Image& image) {

@@ -20,7 +20,9 @@ SelectionJobResult composeSelection(const SelectionJobInput& input,
                                     const std::function<void(const std::string&)>& status,
                                     const std::atomic<bool>& cancel) {
     SelectionJobResult result;
-    result.canvas = Image(static_cast<int>(input.outputRect.width), static_cast<int>(input.outputRect.height));
+    const auto width = pictureSide(input.outputRect.width), height = pictureSide(input.outputRect.height);
+    if (!width || !height) return result;
+    result.canvas = Image(*width, *height);
     if (result.canvas.isNull()) return result;
     QImage target = wrapImageForDrawing(result.canvas);
     for (const SelectionItem& item : input.windows) {

@@ -7,10 +7,12 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <thread>
 
 #include "platform/drop_shadow.h"
 #include "platform/fixture_desktop.h"
+#include "tests/core/document_test_support.h"
 
 namespace pv {
 namespace {
@@ -177,29 +179,72 @@ TEST(FixtureDesktop, ConcurrentPicturesAreIdentical) {
     EXPECT_EQ(mismatches.load(), 0);
 }
 
+// A one-screen, one-window fixture with the given screen frame and scale,
+// window bounds, owner pid and picture.
+std::string oneWindow(const std::string& frame, const std::string& scale, const std::string& bounds,
+                      const std::string& picture = R"({"fill": [1, 2, 3, 255]})", const std::string& pid = "5") {
+    return R"({"hostName": "h", "screens": [{"displayId": 1, "frame": )" + frame + R"(, "backingScaleFactor": )" +
+           scale + R"(}], "windows": [{"number": 1, "ownerPID": )" + pid + R"(, "bounds": )" + bounds +
+           R"(, "picture": )" + picture + "}]}";
+}
+
 TEST(FixtureDesktop, BadFilesNameTheFileAndTheKey) {
     const std::string bad = std::string(PV_SOURCE_DIR) + "/tests/fixtures/bad/";
+    pvtest::ScratchDir dir;
+    const std::string screen = "[0, 0, 400, 300]", window = "[10, 10, 100, 80]";
+    const std::map<std::string, std::string> written{
+        {"overflow.json", oneWindow(screen, "1", "[10, 10, 1e400, 80]")},
+        {"far.json", oneWindow(screen, "1", "[10, 10, 3e9, 80]")},
+        {"huge-fill.json", oneWindow(screen, "2", "[0, 0, 20000, 80]")},
+        {"huge-scale.json", oneWindow(screen, "100", window)},
+        {"huge-screens.json", oneWindow("[0, 0, 16000, 300]", "2", window)},
+        {"wrapping-pid.json", oneWindow(screen, "1", window, R"({"fill": [1, 2, 3, 255]})", "18446744073709551615")},
+        {"png-folder.json", oneWindow(screen, "1", window, R"({"png": "."})")},
+    };
+    for (const auto& [name, text] : written) pvtest::writeText(dir.path / name, text);
     const std::vector<std::pair<std::string, std::string>> cases{
-        {"malformed.json", "(file): malformed JSON"},
-        {"missing-bounds.json", "windows[0].bounds: missing"},
-        {"mistyped-scale.json", "screens[0].backingScaleFactor: must be a number"},
-        {"zero-display.json", "screens[1].displayId: must not be 0"},
-        {"missing-png.json", "windows[0].picture.png: cannot read"},
-        {"bad-fill.json", "windows[0].picture.fill[2]: is out of range"},
-        {"no-screens.json", "screens: must hold at least the main screen"},
-        {"main-off-origin.json", "screens[0].frame: the main screen must be at (0, 0)"},
-        {"duplicate-display.json", "screens[1].displayId: is used by an earlier screen"},
-        {"no-such-file.json", "(file): cannot be read"},
+        {bad + "malformed.json", "(file): malformed JSON"},
+        {bad + "missing-bounds.json", "windows[0].bounds: missing"},
+        {bad + "mistyped-scale.json", "screens[0].backingScaleFactor: must be a number"},
+        {bad + "zero-display.json", "screens[1].displayId: must not be 0"},
+        {bad + "missing-png.json", "windows[0].picture.png: cannot read"},
+        {bad + "bad-fill.json", "windows[0].picture.fill[2]: is out of range"},
+        {bad + "no-screens.json", "screens: must hold at least the main screen"},
+        {bad + "main-off-origin.json", "screens[0].frame: the main screen must be at (0, 0)"},
+        {bad + "duplicate-display.json", "screens[1].displayId: is used by an earlier screen"},
+        {bad + "no-such-file.json", "(file): cannot be read"},
+        {dir.path.string(), "(file): cannot be read: is a folder"},
+        {dir / "overflow.json", "(file): a number is out of range: number overflow parsing '1e400'"},
+        {dir / "far.json", "windows[0].bounds[2]: is out of range"},
+        {dir / "huge-fill.json", "windows[0].bounds: would be 40000 pixels at scale 2"},
+        {dir / "huge-scale.json", "screens[0].backingScaleFactor: is out of range"},
+        {dir / "huge-screens.json", "screens: would be 32000 pixels"},
+        {dir / "wrapping-pid.json", "windows[0].ownerPID: is out of range"},
+        {dir / "png-folder.json", "windows[0].picture.png: cannot read"},
     };
     for (const auto& [file, expected] : cases) {
         try {
-            FixtureDesktop::load(bad + file);
+            FixtureDesktop::load(file);
             ADD_FAILURE() << file << " was accepted";
         } catch (const FixtureError& e) {
             const std::string message = e.what();
-            EXPECT_EQ(message.rfind(bad + file + ": ", 0), 0u) << message;
+            EXPECT_EQ(message.rfind(file + ": ", 0), 0u) << message;
             EXPECT_NE(message.find(expected), std::string::npos) << message;
         }
+    }
+}
+
+TEST(FixtureDesktop, PicturesBeyondTheGivenPixelCountAreRefusedBeforeTheyAreMade) {
+    pvtest::ScratchDir dir;
+    pvtest::writeText(dir.path / "f.json", oneWindow("[0, 0, 40, 30]", "1", "[0, 0, 20, 20]"));
+    EXPECT_NO_THROW(FixtureDesktop::load(dir / "f.json", 1200));
+    try {
+        FixtureDesktop::load(dir / "f.json", 399);
+        ADD_FAILURE() << "a 20x20 picture was made";
+    } catch (const FixtureError& e) {
+        EXPECT_NE(std::string(e.what()).find("windows[0].bounds: a picture of 20x20 pixels is more than the 399"),
+                  std::string::npos)
+            << e.what();
     }
 }
 

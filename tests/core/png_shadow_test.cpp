@@ -197,6 +197,24 @@ TEST(Png, UnreadableFilesGiveAReason) {
     EXPECT_TRUE(encodePNG(Image()).empty());
 }
 
+TEST(Png, PicturesBeyondTheSideOrPixelLimitsAreRefusedBeforeTheyAreMade) {
+    // Grey rows of one byte per pixel: a 30001-pixel row costs 30 KB, not 120.
+    const fs::path wide = tempFile("wide.png");
+    writeRawPng(wide, RawPng{kMaxPictureSide + 1, 1, PNG_COLOR_TYPE_GRAY, 8, false,
+                             std::vector<uint8_t>(kMaxPictureSide + 1, 7), {}, {}});
+    std::string error;
+    EXPECT_FALSE(readPNG(wide.string(), &error));
+    EXPECT_NE(error.find("too large (30001x1 pixels)"), std::string::npos) << error;
+    fs::remove(wide);
+
+    const std::vector<uint8_t> small = encodePNG(Image::filled(10, 10, 1, 2, 3, 255));
+    EXPECT_TRUE(readPNGData(small.data(), small.size(), &error, 100));
+    EXPECT_FALSE(readPNGData(small.data(), small.size(), &error, 99));
+    EXPECT_NE(error.find("too large (10x10 pixels)"), std::string::npos) << error;
+    EXPECT_FALSE(readPNGData(small.data(), 0, &error));
+    EXPECT_FALSE(readPNGData(small.data(), small.size() / 2, &error));  // cut short
+}
+
 TEST(DropShadow, MarginsAreTwiceAsDeepBelowAsAbove) {
     const auto m1 = dropShadowMargins(1.0);
     EXPECT_EQ(m1.left, 24);

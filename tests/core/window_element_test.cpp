@@ -100,6 +100,9 @@ TEST(WindowElement, DisplayNamesFollowTheKind) {
     EXPECT_EQ(t.wide->displayName(), "Wide (x:1000, y:100, w:1000, h:400)");
     auto left = node(PVElementKindScreen, 3, "Left", {-1920.7, -0.5, 1439.9, 900});
     EXPECT_EQ(left->displayName(), "Left (x:-1920, y:0, w:1439, h:900, non-retina)");
+    // Sizes beyond the 32-bit integers print as the numbers they are.
+    auto vast = node(PVElementKindWindow, 9, "Vast", {-3e9, 0, 4294967296.5, 1e12});
+    EXPECT_EQ(vast->displayName(), "Vast (x:-3000000000, y:0, w:4294967296, h:1000000000000)");
     EXPECT_EQ(t.wide->description(), "Wide, (311), {{1000, 100}, {1000, 400}}");
 }
 
