@@ -2,12 +2,17 @@
 
 #include <cstdio>
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 #include <random>
 #include <system_error>
@@ -30,10 +35,42 @@ std::string nameOf(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+constexpr char kMarker[] = ".plenavue-";
+constexpr char kEnding[] = ".tmp";
+constexpr size_t kRandomLength = 8;
+
+// The temporaries this process has open, where a signal handler can read
+// them: a slot is free (0), being filled (1) or holds a path (2).
+struct Slot {
+    std::atomic<int> state{0};
+    char path[PATH_MAX];
+};
+Slot openTemporaries[32];
+
+int registerTemporary(const std::string& path) {
+    if (path.size() >= PATH_MAX) return -1;
+    for (int i = 0; i < static_cast<int>(std::size(openTemporaries)); ++i) {
+        Slot& slot = openTemporaries[i];
+        int expected = 0;
+        if (!slot.state.compare_exchange_strong(expected, 1)) continue;
+        std::memcpy(slot.path, path.c_str(), path.size() + 1);
+        slot.state.store(2);
+        return i;
+    }
+    return -1;  // more at once than any run makes; this one is not known to the handler
+}
+
+void unregisterTemporary(int& slot) {
+    if (slot >= 0) openTemporaries[slot].state.store(0);
+    slot = -1;
+}
+
+bool processExists(pid_t pid) { return ::kill(pid, 0) == 0 || errno == EPERM; }
+
 std::string randomSuffix() {
     static const char digits[] = "abcdefghijklmnopqrstuvwxyz0123456789";
     thread_local std::mt19937_64 rng{std::random_device{}()};
-    std::string s(8, 'x');
+    std::string s(kRandomLength, 'x');
     for (auto& ch : s) ch = digits[rng() % (sizeof(digits) - 1)];
     return s;
 }
@@ -51,12 +88,13 @@ bool AtomicFile::open(const std::string& path, OnExisting onExisting) {
         reason_ = "not a file name";
         return false;
     }
-    // Keep the temporary's name within the folder's name length limit even
-    // when the target's name is already near it.
-    std::string base = nameOf(path).substr(0, 200);
     const std::string folder = folderOf(path);
+    sweepStaleTemporaries(folder);
     for (int attempt = 0; attempt < 100; ++attempt) {
-        std::string candidate = folder + "/." + base + "." + randomSuffix();
+        std::string candidate = folder + "/" + temporaryName(nameOf(path), ::getpid());
+        // Known to the signal handler before it exists, so that no moment
+        // leaves a temporary it would not remove.
+        slot_ = registerTemporary(candidate);
         // 0666 less the umask, as for any new file.
         const int fd = ::open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd >= 0) {
@@ -64,8 +102,10 @@ bool AtomicFile::open(const std::string& path, OnExisting onExisting) {
             tempPath_ = std::move(candidate);
             return true;
         }
-        if (errno != EEXIST) {
-            failWithErrno(errno);
+        const int err = errno;
+        unregisterTemporary(slot_);
+        if (err != EEXIST) {
+            failWithErrno(err);
             return false;
         }
     }
@@ -123,6 +163,7 @@ bool AtomicFile::commit() {
         return false;
     }
     committed_ = true;
+    unregisterTemporary(slot_);
     // Make the rename itself durable; a failure here does not undo the file.
     const int dir = ::open(folderOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dir >= 0) {
@@ -169,6 +210,54 @@ void AtomicFile::discard() {
         ::unlink(tempPath_.c_str());
         tempPath_.clear();
     }
+    unregisterTemporary(slot_);
+}
+
+std::string temporaryName(const std::string& name, pid_t pid) {
+    // The target's name is cut so that the temporary's stays within the
+    // folder's name length limit even when the target's is near it.
+    return "." + name.substr(0, 200) + kMarker + std::to_string(pid) + "-" + randomSuffix() + kEnding;
+}
+
+pid_t temporaryOwner(const std::string& fileName) {
+    const size_t endingLength = sizeof kEnding - 1;
+    if (fileName.size() < 1 + endingLength || fileName[0] != '.' ||
+        fileName.compare(fileName.size() - endingLength, endingLength, kEnding) != 0)
+        return 0;
+    const size_t marker = fileName.rfind(kMarker);
+    if (marker == std::string::npos || marker == 0) return 0;
+    const size_t digits = marker + sizeof kMarker - 1;
+    const size_t dash = fileName.find('-', digits);
+    if (dash == std::string::npos || dash == digits || dash - digits > 9) return 0;
+    if (dash + 1 + kRandomLength + endingLength != fileName.size()) return 0;
+    pid_t pid = 0;
+    for (size_t i = digits; i < dash; ++i) {
+        if (fileName[i] < '0' || fileName[i] > '9') return 0;
+        pid = pid * 10 + (fileName[i] - '0');
+    }
+    for (size_t i = dash + 1; i < dash + 1 + kRandomLength; ++i) {
+        const char c = fileName[i];
+        if (!((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'))) return 0;
+    }
+    return pid;
+}
+
+int sweepStaleTemporaries(const std::string& folder) {
+    DIR* dir = ::opendir(folder.c_str());
+    if (!dir) return 0;
+    int removed = 0;
+    while (const dirent* entry = ::readdir(dir)) {
+        const pid_t owner = temporaryOwner(entry->d_name);
+        if (owner <= 0 || processExists(owner)) continue;
+        if (::unlinkat(::dirfd(dir), entry->d_name, 0) == 0) ++removed;
+    }
+    ::closedir(dir);
+    return removed;
+}
+
+void removeOpenTemporaries() noexcept {
+    for (Slot& slot : openTemporaries)
+        if (slot.state.load() == 2) ::unlink(slot.path);
 }
 
 std::string AtomicFile::error() const {

@@ -4,6 +4,8 @@
 // renamed over the target. On any failure the temporary is removed and an
 // earlier file of the same name stays as it was.
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -30,7 +32,8 @@ public:
     // Removes the temporary file when commit() has not succeeded.
     ~AtomicFile();
 
-    // Creates the temporary file ".<name>.<random>" in the target's folder.
+    // Removes stale temporaries from the target's folder (sweepStaleTemporaries),
+    // then creates the temporary file temporaryName(name, our pid) there.
     bool open(const std::string& path, OnExisting onExisting = OnExisting::Replace);
     // Writes all `length` bytes; false (and the reason kept) on the first error.
     // Once a write has failed every later write fails too.
@@ -55,11 +58,27 @@ private:
 
     std::string path_;
     std::string tempPath_;
+    int slot_ = -1;  // where a signal handler finds the temporary
     std::string reason_;
     int fd_ = -1;
     bool committed_ = false;
     OnExisting onExisting_ = OnExisting::Replace;
 };
+
+// The temporary file of a target named `name` (its first 200 bytes), made by
+// process `pid`: ".<name>.plenavue-<pid>-<8 letters or digits>.tmp", hidden
+// beside the target, e.g. ".16-11-2026-17-05-09.psd.plenavue-4711-k3x9a0qz.tmp".
+std::string temporaryName(const std::string& name, pid_t pid);
+// The process that made a temporary of that pattern, or 0 when the file name
+// is not one of ours.
+pid_t temporaryOwner(const std::string& fileName);
+// Removes from `folder` every temporary of ours whose process no longer
+// exists (a capture that was killed while writing); returns how many went.
+// Errors (an unreadable folder, a file that went meanwhile) are ignored.
+int sweepStaleTemporaries(const std::string& folder);
+// Removes every temporary this process has open. Only async-signal-safe calls,
+// for a signal handler that ends the process.
+void removeOpenTemporaries() noexcept;
 
 // Opens `path` atomically, hands the file to `body` and commits when `body`
 // returns true and every write succeeded. `body` may throw; the temporary is

@@ -721,3 +721,54 @@ TEST(AtomicFileTest, TargetNameAtTheLengthLimitStillGetsATemporary) {
     ASSERT_TRUE(r.ok) << r.error;
     EXPECT_TRUE(std::filesystem::exists(path));
 }
+
+TEST(AtomicFileTest, TemporariesCarryTheirProcessInARecognisablePattern) {
+    const std::string name = temporaryName("16-11-2026-17-05-09.psd", 4711);
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"(\.16-11-2026-17-05-09\.psd\.plenavue-4711-[a-z0-9]{8}\.tmp)")))
+        << name;
+    EXPECT_EQ(temporaryOwner(name), 4711);
+    EXPECT_LE(temporaryName(std::string(255, 'n'), 4194304).size(), 255u);
+    for (const char* other : {"x.psd", ".x.psd.k3x9a0qz", "x.psd.plenavue-12-k3x9a0qz.tmp", ".x.psd.plenavue-12-k3x9a0q.tmp",
+                              ".x.psd.plenavue--k3x9a0qz.tmp", ".x.psd.plenavue-1a-k3x9a0qz.tmp",
+                              ".x.psd.plenavue-12-K3X9A0QZ.tmp", ".x.psd.plenavue-12-k3x9a0qz.tmp~",
+                              ".x.psd.plenavue-1234567890-k3x9a0qz.tmp", ".plenavue-12-k3x9a0qz.tmp"})
+        EXPECT_EQ(temporaryOwner(other), 0) << other;
+}
+
+TEST(AtomicFileTest, TemporariesOfProcessesThatAreGoneAreSweptBeforeEachWrite) {
+    pvtest::ScratchDir dir;
+    const pid_t gone = fork();
+    if (gone == 0) _exit(0);
+    ASSERT_GT(gone, 0);
+    waitpid(gone, nullptr, 0);
+    const std::string stale = temporaryName("a.psd", gone), ours = temporaryName("b.psd", getpid());
+    const std::string init = temporaryName("c.psd", 1);
+    for (const std::string& name : {stale, ours, init, std::string(".a.psd.k3x9a0qz"), std::string("a.psd")})
+        pvtest::writeText(dir.path / name, "x");
+    EXPECT_EQ(sweepStaleTemporaries(dir.path.string()), 1);
+    EXPECT_FALSE(std::filesystem::exists(dir.path / stale));
+    EXPECT_EQ(dir.entries().size(), 4u);
+
+    pvtest::writeText(dir.path / stale, "x");
+    WriteResult r = writeFileAtomically(dir / "d.psd", [](AtomicFile& f) { return f.write("d", 1); });
+    ASSERT_TRUE(r.ok) << r.error;
+    EXPECT_FALSE(std::filesystem::exists(dir.path / stale));
+    EXPECT_EQ(sweepStaleTemporaries(dir / "missing"), 0);
+}
+
+TEST(AtomicFileTest, ASignalHandlerFindsEveryOpenTemporary) {
+    pvtest::ScratchDir dir;
+    AtomicFile first, second;
+    ASSERT_TRUE(first.open(dir / "one.psd"));
+    ASSERT_TRUE(second.open(dir / "two.psd"));
+    EXPECT_EQ(temporaryOwner(std::filesystem::path(first.temporaryPath()).filename()), getpid());
+    EXPECT_EQ(dir.entries().size(), 2u);
+    removeOpenTemporaries();
+    EXPECT_TRUE(dir.entries().empty());
+    // A committed file is no longer the handler's to remove.
+    AtomicFile third;
+    ASSERT_TRUE(third.open(dir / "three.psd"));
+    ASSERT_TRUE(third.write("3", 1) && third.commit());
+    removeOpenTemporaries();
+    EXPECT_EQ(dir.entries(), std::vector<std::string>{"three.psd"});
+}
