@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 
 #include "platform/drop_shadow.h"
 #include "platform/x11/desktop_layout.h"
@@ -62,7 +63,16 @@ std::optional<Image> crop(const Image& picture, int32_t left, int32_t top, int32
 std::unique_ptr<X11WindowServer> X11WindowServer::connect(const std::string& displayName, std::string* error) {
     auto conn = X11Connection::open(displayName, error);
     if (!conn) return nullptr;
-    return std::unique_ptr<X11WindowServer>(new X11WindowServer(std::move(conn)));
+    // The server may go away while we set up: that is a failed connection too.
+    try {
+        std::unique_ptr<X11WindowServer> server(new X11WindowServer(std::move(conn)));
+        server->conn_->ensureAlive();
+        return server;
+    } catch (const PlatformError& e) {
+        const char* shown = displayName.empty() ? std::getenv("DISPLAY") : displayName.c_str();
+        if (error) *error = std::string("cannot open X display ") + (shown ? shown : "") + ": " + e.what();
+        return nullptr;
+    }
 }
 
 X11WindowServer::X11WindowServer(std::unique_ptr<X11Connection> conn) : conn_(std::move(conn)) {

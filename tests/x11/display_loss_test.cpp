@@ -1,6 +1,7 @@
 // A display that goes away ends every call with PlatformError, never a crash.
 #include <gtest/gtest.h>
 
+#include "cli/commands.h"
 #include "platform/x11/x11_window_server.h"
 #include "tests/x11/x11_test_support.h"
 
@@ -34,6 +35,46 @@ TEST(DisplayLoss, EveryCallThrowsOnceTheServerIsGone) {
     expectLost([&] { server->windowPicture(std::nullopt, list.at(0).number, false); });
     expectLost([&] { server->windowPicture(WindowRect{0, 0, 10, 10}, list.at(0).number, false); });
     expectLost([&] { server->desktopPicture(); });
+}
+
+TEST(DisplayLoss, AServerDyingWhileWeConnectIsAFailedConnectionNeverAnEscapingError) {
+    XvfbSession session(XvfbOptions{320, 200, false, {}});
+    bool refusedOnce = false;
+    // The server hangs up at once after the setup, while we set up, or after.
+    for (size_t budget = 0; budget <= 2400; budget += 120) {
+        SCOPED_TRACE(budget);
+        DyingDisplay dying(session.display(), budget);
+        std::string error;
+        std::unique_ptr<X11WindowServer> server;
+        ASSERT_NO_THROW(server = X11WindowServer::connect(dying.display(), &error));
+        if (!server) {
+            refusedOnce = true;
+            EXPECT_EQ(error.rfind("cannot open X display " + dying.display() + ": ", 0), 0u) << error;
+            EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+            continue;
+        }
+        // Set up before the hang-up: a later call finds the display gone.
+        bool lost = false;
+        for (int call = 0; call < 1000 && !lost; ++call) {
+            try {
+                server->windowList();
+            } catch (const PlatformError&) {
+                lost = true;
+            }
+        }
+        EXPECT_TRUE(lost);
+    }
+    EXPECT_TRUE(refusedOnce);
+
+    // The command line says so in one line and exits 1.
+    DyingDisplay dying(session.display(), 0);
+    setenv("DISPLAY", dying.display().c_str(), 1);
+    testing::internal::CaptureStderr();
+    const int code = cli::runList({});
+    const std::string err = testing::internal::GetCapturedStderr();
+    unsetenv("DISPLAY");
+    EXPECT_EQ(code, 1);
+    EXPECT_EQ(err, "plenavue list: cannot open X display " + dying.display() + ": X display connection lost\n");
 }
 
 TEST(DisplayLoss, NoServerMeansNoWindowServerAndAReason) {

@@ -1,9 +1,15 @@
 #include "tests/x11/x11_test_support.h"
 
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <regex>
+#include <stdexcept>
 #include <thread>
 
 namespace pv::test {
@@ -169,6 +175,86 @@ Image cropped(const Image& image, int x, int y, int width, int height) {
     for (int row = 0; row < height; ++row)
         std::memcpy(out.row(row), image.row(y + row) + 4 * x, static_cast<size_t>(width) * 4);
     return out;
+}
+
+namespace {
+
+sockaddr_un socketAddress(const std::string& path, bool abstract) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path + (abstract ? 1 : 0), path.data(), path.size());
+    return address;
+}
+
+socklen_t addressLength(const std::string& path, bool abstract) {
+    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size() + (abstract ? 1 : 0));
+}
+
+}  // namespace
+
+DyingDisplay::DyingDisplay(const std::string& serverDisplay, size_t budget) {
+    // An abstract socket named like a display's, where clients look first;
+    // the first free number from 600 on.
+    listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    for (int n = 600; n < 700 && display_.empty(); ++n) {
+        const std::string name = "/tmp/.X11-unix/X" + std::to_string(n);
+        const sockaddr_un address = socketAddress(name, true);
+        if (::bind(listener_, reinterpret_cast<const sockaddr*>(&address), addressLength(name, true)) == 0)
+            display_ = ":" + std::to_string(n);
+    }
+    if (display_.empty() || ::listen(listener_, 1) != 0) throw std::runtime_error("no free display number");
+    thread_ = std::thread(&DyingDisplay::serve, this, "/tmp/.X11-unix/X" + serverDisplay.substr(1), budget);
+}
+
+DyingDisplay::~DyingDisplay() {
+    stop_ = true;
+    thread_.join();
+    ::close(listener_);
+}
+
+void DyingDisplay::serve(std::string serverSocket, size_t budget) {
+    pollfd waiting{listener_, POLLIN, 0};
+    while (!stop_ && ::poll(&waiting, 1, 50) == 0) {}
+    if (stop_) return;
+    const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address = socketAddress(serverSocket, false);
+    if (client < 0 || ::connect(server, reinterpret_cast<const sockaddr*>(&address),
+                                addressLength(serverSocket, false)) != 0) {
+        ::close(client);
+        ::close(server);
+        return;
+    }
+    // The server's bytes that may still pass: its setup reply (its length is
+    // in the reply's first 8 bytes) and then the budget.
+    std::vector<uint8_t> head;
+    size_t allowed = SIZE_MAX;
+    bool open = true;
+    while (open && !stop_) {
+        pollfd fds[2] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
+        if (::poll(fds, 2, 50) <= 0) continue;
+        uint8_t buffer[4096];
+        if (fds[0].revents) {
+            const ssize_t n = ::read(client, buffer, sizeof buffer);
+            open = n > 0 && ::write(server, buffer, static_cast<size_t>(n)) == n;
+        }
+        if (open && fds[1].revents) {
+            ssize_t n = ::read(server, buffer, sizeof buffer);
+            if (n <= 0) break;
+            for (ssize_t i = 0; i < n && head.size() < 8; ++i) head.push_back(buffer[i]);
+            if (allowed == SIZE_MAX && head.size() == 8)
+                allowed = 8 + 4 * static_cast<size_t>(head[6] | head[7] << 8) + budget;
+            if (allowed != SIZE_MAX) n = std::min<ssize_t>(n, static_cast<ssize_t>(allowed));
+            if (::write(client, buffer, static_cast<size_t>(n)) != n) break;
+            if (allowed != SIZE_MAX) {
+                allowed -= static_cast<size_t>(n);
+                open = allowed != 0;
+            }
+        }
+    }
+    ::shutdown(client, SHUT_RDWR);
+    ::close(client);
+    ::close(server);
 }
 
 }  // namespace pv::test

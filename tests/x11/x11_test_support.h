@@ -4,9 +4,11 @@
 
 #include <xcb/xcb.h>
 
+#include <atomic>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/geometry.h"
@@ -53,6 +55,26 @@ xcb_window_t topLevelOf(xcb_connection_t* c, xcb_window_t window);
 // value, mapped and drawn; no window manager assumed.
 xcb_window_t makeFilledWindow(xcb_connection_t* c, int depth, int x, int y, int width, int height,
                               uint32_t pixel, const std::string& title);
+
+// A display of its own that passes one connection on to a session's server
+// and hangs up once the server has sent `budget` bytes after the connection
+// setup: a server that dies while a client connects.
+class DyingDisplay {
+public:
+    DyingDisplay(const std::string& serverDisplay, size_t budget);
+    ~DyingDisplay();
+    DyingDisplay(const DyingDisplay&) = delete;
+    DyingDisplay& operator=(const DyingDisplay&) = delete;
+    const std::string& display() const { return display_; }
+
+private:
+    void serve(std::string serverSocket, size_t budget);
+
+    std::string display_;
+    int listener_ = -1;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
 
 // Count of pixels that differ between two pictures of equal size; -1 when the sizes differ.
 long differingPixels(const Image& a, const Image& b);
