@@ -5,6 +5,7 @@
 #include <atomic>
 #include <ctime>
 #include <filesystem>
+#include <new>
 
 #include "app/threads.h"
 #include "capture/output_geometry.h"
@@ -30,6 +31,11 @@ const std::string& xmpTemplate() {
         return file.readAll().toStdString();
     }();
     return text;
+}
+
+// What an exception says, in words for a status line.
+std::string reasonOf(const std::exception& e) {
+    return dynamic_cast<const std::bad_alloc*>(&e) ? "out of memory" : e.what();
 }
 
 std::tm localNow() {
@@ -144,7 +150,7 @@ void AppDelegate::startSelectionJob(SelectionJobInput input) {
                 input, [this, shadow](const PVWindowElement& node) { return takeShot(node, server_, shadow); },
                 [this](const std::string& text) { postStatus(text); }, job->cancel);
         } catch (const std::exception& e) {
-            failure = e.what();
+            failure = reasonOf(e);
         }
         runOnThreadOf(this, [this, job, result = std::move(result), failure]() mutable {
             selectionJobEnded(job, std::move(result), failure);
@@ -194,8 +200,8 @@ void AppDelegate::capture() {
         setOutputFile(freeFileIn(*settings.outputFolder), OnExisting::Number);
         desktopIsTheMergedImage_ = true;
         writeSelection();
-    } catch (const PlatformError& e) {
-        reportDocument("", false, e.what());
+    } catch (const std::exception& e) {
+        reportDocument("", false, "nothing was captured: " + reasonOf(e));
     }
 }
 
@@ -225,7 +231,9 @@ std::string AppDelegate::freeFileIn(const std::string& folder) const {
     return firstFreePath(folder + "/" + buildFileName(), [this](const std::string& candidate) {
         for (const auto& run : runs_)
             if (run->outputPath == candidate) return true;
-        return std::filesystem::exists(std::filesystem::symlink_status(candidate));
+        // A name that cannot be looked up counts as free; the write says why it fails.
+        std::error_code error;
+        return std::filesystem::exists(std::filesystem::symlink_status(candidate, error));
     });
 }
 
@@ -240,7 +248,12 @@ void AppDelegate::writeSelection() {
 std::string AppDelegate::buildFileName() const { return pv::buildFileName(settings.outputFormat, localNow()); }
 
 bool AppDelegate::writeToPNG() {
-    const WriteResult result = writePNGFile(outputFileURL, compositeImage, outputOnExisting_);
+    WriteResult result;
+    try {
+        result = writePNGFile(outputFileURL, compositeImage, outputOnExisting_);
+    } catch (const std::bad_alloc&) {
+        result = {false, "cannot write " + outputFileURL + ": out of memory", {}};
+    }
     reportDocument(result.ok ? result.path : outputFileURL, result.ok, result.error);
     return result.ok;
 }
@@ -265,8 +278,8 @@ void AppDelegate::writeToPSD() {
             run->composeMergedImage(stack.canvas.size());
         }
     } catch (const std::exception& e) {
-        view_.showAlert(std::string("Function:\twriteToPSD()\n\nException:\t") + e.what());
-        return finishRun(run, {false, "cannot write " + run->outputPath + ": " + e.what(), {}});
+        view_.showAlert("Function:\twriteToPSD()\n\nException:\t" + reasonOf(e));
+        return finishRun(run, {false, "cannot write " + run->outputPath + ": " + reasonOf(e), {}});
     }
     startPreparation(run);
 }
@@ -291,12 +304,12 @@ void AppDelegate::startPreparation(const std::shared_ptr<DocumentRun>& run) {
 }
 
 void AppDelegate::makeReady(const std::shared_ptr<DocumentRun>& run, const LayerPtr& layer) {
-    postStatus("Compressing: " + layer->name);
     try {
+        postStatus("Compressing: " + layer->name);
         prepareLayer(*layer);
         runOnThreadOf(this, [this, run] { madeReady(run); });
     } catch (const std::exception& e) {
-        const std::string reason = e.what();
+        const std::string reason = reasonOf(e);
         runOnThreadOf(this, [this, run, reason] {
             if (run->failed) return;
             view_.showAlert("Function:\tmakeReady()\n\nException:\t" + reason);
@@ -314,9 +327,13 @@ void AppDelegate::madeReady(const std::shared_ptr<DocumentRun>& run) {
 
 void AppDelegate::startWriter(const std::shared_ptr<DocumentRun>& run) {
     runInBackground([this, run] {
-        const WriteResult result = writePSD(run->outputPath, run->size, run->mergedImageData, run->layers,
-                                            xmpTemplate(), [this](const std::string& text) { postStatus(text); },
-                                            run->onExisting);
+        WriteResult result;
+        try {
+            result = writePSD(run->outputPath, run->size, run->mergedImageData, run->layers, xmpTemplate(),
+                              [this](const std::string& text) { postStatus(text); }, run->onExisting);
+        } catch (const std::bad_alloc&) {
+            result = {false, "cannot write " + run->outputPath + ": out of memory", {}};
+        }
         runOnThreadOf(this, [this, run, result] {
             if (!result.ok) view_.log("Error writing to PSD file: " + result.error);
             finishRun(run, result);
@@ -353,7 +370,7 @@ void AppDelegate::isNoLongerBusy() {
 }
 
 void AppDelegate::leaveBusyAfterFailure(const std::string& reason) {
-    update(reason);
+    view_.setFailureStatus(reason);
     if (!busy()) view_.setBusyControls(false);
 }
 

@@ -7,6 +7,7 @@
 #include "app/app_delegate.h"
 #include "app/localized.h"
 #include "app/shell_view.h"
+#include "document/safe_file.h"
 
 namespace pv {
 
@@ -28,6 +29,8 @@ void AppDelegate::awakeFromNib() {
     std::vector<std::string> problems;
     withStore(settingsStore, [&](QSettings& store) { settings = loadSettings(store, &problems); });
     for (const auto& problem : problems) view_.log(problem);
+    // What killed captures left behind in the output folder goes at start.
+    if (settings.outputFolder) sweepStaleTemporaries(*settings.outputFolder);
     compositeImage.reset();
     installEventHandler();
 }

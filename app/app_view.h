@@ -19,6 +19,9 @@ public:
 
     // The status line (`update`).
     virtual void setStatus(const std::string& text) = 0;
+    // The status line after a failure. A view that reports the failure
+    // elsewhere (the command line, once, as the run's outcome) need not show it.
+    virtual void setFailureStatus(const std::string& text) { setStatus(text); }
     // Busy state: disable (true) or enable (false) the Save and Refresh buttons.
     virtual void setBusyControls(bool busy) = 0;
 

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -17,6 +18,8 @@
 namespace pv {
 
 namespace {
+
+void rethrowOnMainThread(std::exception_ptr error);
 
 class WorkerPool {
 public:
@@ -58,7 +61,13 @@ private:
                 task = std::move(tasks_.front());
                 tasks_.pop_front();
             }
-            task();
+            try {
+                task();
+            } catch (...) {
+                // Raised again on the main thread, whose event loop reports it
+                // and ends; a worker thread has no one to tell.
+                rethrowOnMainThread(std::current_exception());
+            }
             task = nullptr;  // what it holds goes before it counts as finished
             std::lock_guard lock(mutex_);
             if (--unfinished_ == 0) idle_.notify_all();
@@ -87,10 +96,11 @@ public:
     }
     ~MainThreadQueue() { ::close(fd_); }
 
+    // Runs task if context still exists then; without a context, always.
     void post(QObject* context, std::function<void()> task) {
         {
             std::lock_guard lock(mutex_);
-            tasks_.push_back({QPointer<QObject>(context), std::move(task)});
+            tasks_.push_back({QPointer<QObject>(context), context == nullptr, std::move(task)});
         }
         const uint64_t one = 1;
         [[maybe_unused]] const ssize_t n = ::write(fd_, &one, sizeof one);
@@ -99,6 +109,7 @@ public:
 private:
     struct Entry {
         QPointer<QObject> context;
+        bool always = false;
         std::function<void()> task;
     };
 
@@ -113,7 +124,7 @@ private:
                 entry = std::move(tasks_.front());
                 tasks_.pop_front();
             }
-            if (entry.context) entry.task();
+            if (entry.always || entry.context) entry.task();
         }
     }
 
@@ -124,6 +135,11 @@ private:
 };
 
 MainThreadQueue* mainQueue = nullptr;
+
+void rethrowOnMainThread(std::exception_ptr error) {
+    if (!mainQueue) std::rethrow_exception(error);  // ends the program, as before
+    mainQueue->post(nullptr, [error] { std::rethrow_exception(error); });
+}
 
 }  // namespace
 

@@ -4,13 +4,20 @@
 #include <QSettings>
 #include <QTimer>
 
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 
 #include "app/app_delegate.h"
-#include "app/window_server_choice.h"
+#include "app/guarded_application.h"
+#include "cli/command_support.h"
 #include "cli/commands.h"
 #include "cli/headless_view.h"
+#include "document/safe_file.h"
+#include "platform/text_line.h"
 
 namespace pv::cli {
 
@@ -47,17 +54,45 @@ OutputFormat chosenFormat(const CaptureOptions& options, OutputFormat stored) {
     return *kind == FileKind::FlatPicture ? OutputFormat::PNG : kDefaultOutputFormat;
 }
 
+constexpr const char* kCommand = "plenavue capture";
+
+// The path made absolute against the working folder; as given when that fails.
+std::string absolutePath(const std::string& path) {
+    std::error_code error;
+    auto absolute = fs::absolute(path, error);
+    return error ? path : absolute.string();
+}
+
+// A signal ends the capture at once: the temporary file goes, one line says
+// why, and the exit code is 1. Only async-signal-safe calls from here on.
+void stopOnSignal(int number) {
+    removeOpenTemporaries();
+    const char* line = number == SIGINT    ? "plenavue capture: stopped by SIGINT before the capture was complete\n"
+                       : number == SIGHUP ? "plenavue capture: stopped by SIGHUP before the capture was complete\n"
+                                          : "plenavue capture: stopped by SIGTERM before the capture was complete\n";
+    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line, std::strlen(line));
+    ::_exit(1);
+}
+
+void stopOnSignals() {
+    struct sigaction action {};
+    action.sa_handler = stopOnSignal;
+    sigemptyset(&action.sa_mask);
+    for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&action.sa_mask, number);
+    for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
+}
+
 // Stored settings, with what the command line gives taking precedence.
 Settings settingsFor(const CaptureOptions& options) {
     if (options.file && options.file->empty()) throw UsageError{"--file needs a file name"};
     if (options.outputFolder && options.outputFolder->empty()) throw UsageError{"--output needs a folder"};
     std::vector<std::string> problems;
     Settings settings = loadSettings(*openSettingsStore(), &problems);
-    for (const auto& problem : problems) std::cerr << "plenavue capture: " << problem << '\n';
+    for (const auto& problem : problems) printFailure(kCommand, problem);
     settings.outputFormat = chosenFormat(options, settings.outputFormat);
     if (options.shadow) settings.shadow = *options.shadow;
     if (options.ignoreSystem) settings.ignoreSystemWindows = *options.ignoreSystem;
-    if (options.outputFolder) settings.outputFolder = fs::absolute(*options.outputFolder).string();
+    if (options.outputFolder) settings.outputFolder = absolutePath(*options.outputFolder);
     if (options.file) settings.outputFolder.reset();  // the file stands in for the save dialog's answer
     if (!settings.outputFolder && !options.file)
         throw UsageError{"no output folder is set; give --output DIR or --file PATH"};
@@ -68,6 +103,7 @@ Settings settingsFor(const CaptureOptions& options) {
 std::string folderProblem(const std::string& folder) {
     std::error_code ec;
     const auto status = fs::status(folder, ec);
+    if (ec && ec != std::errc::no_such_file_or_directory) return "output folder " + folder + ": " + ec.message();
     if (!fs::exists(status)) return "output folder " + folder + " does not exist";
     if (!fs::is_directory(status)) return "output folder " + folder + " is not a folder";
     return {};
@@ -76,36 +112,37 @@ std::string folderProblem(const std::string& folder) {
 }  // namespace
 
 int runCapture(const CaptureOptions& options) {
+    stopOnSignals();
     int argc = 1;
     char name[] = "plenavue";
     char* argv[] = {name, nullptr};
-    QCoreApplication app(argc, argv);
+    GuardedApplication<QCoreApplication> app(argc, argv, kCommand);
 
     Settings settings;
     try {
         settings = settingsFor(options);
     } catch (const UsageError& e) {
-        std::cerr << "plenavue capture: " << e.message << '\n';
+        printFailure(kCommand, e.message);
         return 2;
     }
     if (settings.outputFolder) {
         if (const auto problem = folderProblem(*settings.outputFolder); !problem.empty()) {
-            std::cerr << "plenavue capture: " << problem << '\n';
+            printFailure(kCommand, problem);
             return 1;
         }
     }
+    const std::optional<std::string> file = options.file ? std::optional(absolutePath(*options.file)) : std::nullopt;
+    // What killed captures left behind in the target folder goes first.
+    sweepStaleTemporaries(file ? fs::path(*file).parent_path().string() : *settings.outputFolder);
 
-    std::string error;
-    auto server = openWindowServer(options.desktop, &error);
-    if (!server) {
-        std::cerr << "plenavue capture: " << error << '\n';
-        return 2;
-    }
+    int exitCode = 0;
+    auto server = openServerFor(kCommand, options.desktop, &exitCode);
+    if (!server) return exitCode;
 
     std::unique_ptr<AppDelegate> delegate;
     HeadlessView view([&delegate] { return delegate ? delegate->root() : nullptr; });
     view.verbose = !options.quiet;
-    if (options.file) view.saveFileAnswer = fs::absolute(*options.file).string();
+    view.saveFileAnswer = file;
     delegate = std::make_unique<AppDelegate>(*server, view);
     delegate->settings = settings;
     view.onFinished = [&app] { app.quit(); };
@@ -120,11 +157,12 @@ int runCapture(const CaptureOptions& options) {
     app.exec();
     delegate.reset();
 
+    if (app.failure()) return 1;  // the event loop said what stopped it
     if (!view.outcome || !view.outcome->ok) {
-        std::cerr << "plenavue capture: " << (view.outcome ? view.outcome->reason : "nothing was captured") << '\n';
+        printFailure(kCommand, view.outcome ? view.outcome->reason : "nothing was captured");
         return 1;
     }
-    std::cout << view.outcome->path << std::endl;
+    std::cout << oneLine(view.outcome->path) << std::endl;
     return 0;
 }
 

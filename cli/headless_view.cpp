@@ -2,12 +2,16 @@
 
 #include <iostream>
 
+#include "platform/text_line.h"
+
 namespace pv {
 
 void HeadlessView::setStatus(const std::string& text) {
     statusLog.push_back(text);
-    if (verbose) std::cerr << text << '\n';
+    if (verbose) std::cerr << oneLine(text) << '\n';
 }
+
+void HeadlessView::setFailureStatus(const std::string& text) { statusLog.push_back(text); }
 
 std::vector<PVWindowElement::Ptr> HeadlessView::selectedNodes() const { return selection; }
 

@@ -17,10 +17,12 @@ public:
 
     // The file a save writes to, as if chosen in a save dialog; none: cancel.
     std::optional<std::string> saveFileAnswer;
-    // Status lines are printed only when verbose.
+    // Status lines are printed only when verbose, each as one line; failures
+    // are left to the run's outcome.
     bool verbose = true;
 
     void setStatus(const std::string& text) override;
+    void setFailureStatus(const std::string& text) override;
     void setBusyControls(bool) override {}
     bool isMainWindowVisible() const override { return false; }
     void setTree(const PVWindowElement::Ptr&) override {}

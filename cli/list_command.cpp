@@ -1,7 +1,7 @@
 // plenavue list: the inventory as the outline shows it, or as JSON.
 #include <iostream>
 
-#include "app/window_server_choice.h"
+#include "cli/command_support.h"
 #include "cli/commands.h"
 #include "inventory/inventory.h"
 #include "inventory/inventory_format.h"
@@ -9,12 +9,9 @@
 namespace pv::cli {
 
 int runList(const ListOptions& options) {
-    std::string error;
-    auto server = openWindowServer(options.desktop, &error);
-    if (!server) {
-        std::cerr << "plenavue list: " << error << '\n';
-        return 2;
-    }
+    int exitCode = 0;
+    auto server = openServerFor("plenavue list", options.desktop, &exitCode);
+    if (!server) return exitCode;
     try {
         Inventory inventory(*server);
         inventory.ignoreSystemWindows = options.ignoreSystem;
@@ -22,7 +19,7 @@ int runList(const ListOptions& options) {
         inventory.refreshWindows();
         std::cout << (options.json ? inventoryToJson(*inventory.root) : inventoryToText(*inventory.root));
     } catch (const PlatformError& e) {
-        std::cerr << "plenavue list: " << e.what() << '\n';
+        printFailure("plenavue list", e.what());
         return 1;
     }
     return 0;

@@ -1,7 +1,10 @@
 // plenavue: the tray application, and its command-line front ends.
 #include <CLI/CLI.hpp>
 
+#include <new>
+
 #include "app/shell/tray_app.h"
+#include "cli/command_support.h"
 #include "cli/commands.h"
 #include "platform/build_info.h"
 
@@ -42,8 +45,17 @@ int main(int argc, char** argv) {
         return code == 0 ? 0 : 2;
     }
 
-    if (list->parsed()) return pv::cli::runList(listOptions);
-    if (capture->parsed()) return pv::cli::runCapture(captureOptions);
-    // No subcommand: the desktop application.
-    return pv::runTrayApp(argc, argv);
+    // Whatever escapes a command ends here as one line and exit code 1, never an abort.
+    const std::string command = list->parsed() ? "plenavue list" : capture->parsed() ? "plenavue capture" : "plenavue";
+    try {
+        if (list->parsed()) return pv::cli::runList(listOptions);
+        if (capture->parsed()) return pv::cli::runCapture(captureOptions);
+        // No subcommand: the desktop application.
+        return pv::runTrayApp(argc, argv);
+    } catch (const std::bad_alloc&) {
+        pv::cli::printFailure(command, "out of memory");
+    } catch (const std::exception& e) {
+        pv::cli::printFailure(command, e.what());
+    }
+    return 1;
 }

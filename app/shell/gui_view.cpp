@@ -17,6 +17,7 @@
 
 #include "app/shell/main_window.h"
 #include "inventory/qt/outline_model.h"
+#include "platform/text_line.h"
 #include "preview/qt/render_view.h"
 
 namespace pv {
@@ -136,7 +137,7 @@ void GuiView::showAlert(const std::string& message) {
     box.exec();
 }
 
-void GuiView::log(const std::string& line) { std::cerr << "plenavue: " << line << '\n'; }
+void GuiView::log(const std::string& line) { std::cerr << "plenavue: " << oneLine(line) << '\n'; }
 
 void GuiView::playCaptureSound() {
     if (onPlaySound) onPlaySound();

@@ -11,6 +11,7 @@
 
 #include "app/shell/about_dialog.h"
 #include "app/app_delegate.h"
+#include "app/guarded_application.h"
 #include "app/shell/gui_view.h"
 #include "app/shell/hot_key_filter.h"
 #include "app/shell/main_window.h"
@@ -56,7 +57,7 @@ int runTrayApp(int argc, char** argv) {
         return 1;
     }
 
-    QApplication app(argc, argv);
+    GuardedApplication<QApplication> app(argc, argv, "plenavue");
     QApplication::setQuitOnLastWindowClosed(false);
     QApplication::setApplicationName(kApplicationName);
     QApplication::setOrganizationName(kOrganisationName);

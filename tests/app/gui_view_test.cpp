@@ -13,7 +13,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 #include "app/app_delegate.h"
 #include "app/shell/gui_view.h"
@@ -254,6 +256,31 @@ TEST_F(GuiViewTest, PreviewButtonsActOnTheRenderView) {
     EXPECT_EQ(window_.renderView()->scale(), fitted);
 }
 
+// What one tree keeps alive: its nodes, their pictures and the composite shown with it.
+struct Held {
+    std::vector<std::weak_ptr<PVWindowElement>> nodes;
+    std::vector<std::weak_ptr<const Image>> pictures;
+
+    Held(const PVWindowElement::Ptr& root, const ImagePtr& composite) {
+        add(root);
+        pictures.push_back(composite);
+    }
+    void add(const PVWindowElement::Ptr& node) {
+        nodes.push_back(node);
+        if (node->shot) pictures.push_back(node->shot);
+        for (const auto& child : node->children()) add(child);
+    }
+    size_t liveNodes() const {
+        return std::count_if(nodes.begin(), nodes.end(), [](const auto& n) { return !n.expired(); });
+    }
+    size_t livePictureBytes() const {
+        size_t bytes = 0;
+        for (const auto& p : pictures)
+            if (auto picture = p.lock()) bytes += picture->byteCount();
+        return bytes;
+    }
+};
+
 // The window wired to a controller on a fixture desktop of two screens.
 class GuiWithController : public ::testing::Test {
 protected:
@@ -262,10 +289,7 @@ protected:
                                             ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(dir_);
         fs::create_directories(dir_);
-        desktop_ = FixtureDesktop::load(std::string(PV_SOURCE_DIR) + "/fixtures/two-screens.json");
-        delegate_ = std::make_unique<AppDelegate>(*desktop_, view_);
-        delegate_->settings.shadow = false;
-        view_.connectToController(*delegate_);
+        useDesktop(std::string(PV_SOURCE_DIR) + "/fixtures/two-screens.json");
         view_.onDocumentFinished = [this](const std::string& p, bool ok, const std::string& r) {
             finished_.push_back({p, ok, r});
         };
@@ -273,6 +297,15 @@ protected:
     void TearDown() override {
         delegate_.reset();
         fs::remove_all(dir_);
+    }
+
+    // A new controller on the fixture desktop in that file.
+    void useDesktop(const std::string& path) {
+        delegate_.reset();
+        desktop_ = FixtureDesktop::load(path);
+        delegate_ = std::make_unique<AppDelegate>(*desktop_, view_);
+        delegate_->settings.shadow = false;
+        view_.connectToController(*delegate_);
     }
 
     struct Finished {
@@ -358,6 +391,40 @@ TEST_F(GuiWithController, ChoosingARowPreviewsItWhileSaveAndRefreshWait) {
     EXPECT_EQ(finished_.back().path, (dir_ / "chosen.psd").string());
     EXPECT_TRUE(fs::exists(dir_ / "chosen.psd"));
     EXPECT_EQ(window_.progress()->text().toStdString(), "Saved: " + (dir_ / "chosen.psd").string());
+}
+
+TEST_F(GuiWithController, EveryRefreshFreesTheOldTreeAndItsPictures) {
+    // Small, so that rounds are quick: two applications, three windows, shadows on.
+    std::ofstream(dir_ / "small.json") << R"({"hostName": "h",
+      "screens": [{"displayId": 1, "frame": [0, 0, 320, 200], "backingScaleFactor": 1.5}],
+      "windows": [
+        {"number": 1, "ownerName": "Editor", "ownerPID": 7, "title": "A", "bounds": [10, 10, 101, 77], "picture": {"fill": [200, 0, 0, 255]}},
+        {"number": 2, "ownerName": "Editor", "ownerPID": 7, "title": "B", "bounds": [90, 40, 120, 90], "picture": {"fill": [0, 200, 0, 128]}},
+        {"number": 3, "ownerName": "Viewer", "ownerPID": 8, "title": "C", "bounds": [200, 100, 100, 80], "picture": {"fill": [0, 0, 200, 255]}}]})";
+    useDesktop((dir_ / "small.json").string());
+    delegate_->settings.shadow = true;
+    window_.show();
+    delegate_->settings.outputFormat = OutputFormat::GroupedPSD;
+    delegate_->settings.outputFolder = dir_.string();
+    std::vector<Held> trees;
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        const size_t before = finished_.size();
+        delegate_->capture();
+        ASSERT_TRUE(waitFor([&] { return finished_.size() > before && !delegate_->busy(); }));
+        ASSERT_TRUE(finished_.back().ok) << finished_.back().reason;
+        // Then a preview of everything, as choosing the root row gives.
+        window_.outline()->selectionModel()->select(window_.outlineModel()->index(0, 0),
+                                                    QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        ASSERT_TRUE(waitFor([&] { return !delegate_->busy(); }));
+        trees.emplace_back(delegate_->root(), delegate_->compositeImage);
+        EXPECT_EQ(trees.back().liveNodes(), 7u);  // root, screen, two applications, three windows
+        EXPECT_GT(trees.back().livePictureBytes(), 200'000u);
+        for (size_t old = 0; old + 1 < trees.size(); ++old) {
+            EXPECT_EQ(trees[old].liveNodes(), 0u) << "tree " << old;
+            EXPECT_EQ(trees[old].livePictureBytes(), 0u) << "tree " << old;
+        }
+    }
 }
 
 TEST_F(GuiWithController, CaptureSelectsTheRootWithoutStartingAPreview) {

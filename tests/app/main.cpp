@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include "app/guarded_application.h"
+
 int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
+    // Guarded as the program's own event loops are.
+    pv::GuardedApplication<QApplication> app(argc, argv, "app_tests");
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

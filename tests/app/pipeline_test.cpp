@@ -2,7 +2,9 @@
 // layer stack, parallel preparation, the writer, and the busy state.
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QApplication>
 #include <QThread>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -13,6 +15,8 @@
 #include <set>
 
 #include "app/app_delegate.h"
+#include "app/guarded_application.h"
+#include "app/threads.h"
 #include "cli/headless_view.h"
 #include "capture/window_collection.h"
 #include "platform/fixture_desktop.h"
@@ -398,4 +402,19 @@ TEST_F(Interleaving, TwentyCapturesInOneSecondGiveTwentyFiles) {
     expectComplete(outcomes_.back(), 3);
     EXPECT_FALSE(delegate_->busy());
     EXPECT_EQ(view_->statusLog.back(), "Ready");
+}
+
+TEST(EventLoop, AnErrorEscapingATaskEndsTheLoopWithOneLineAndExitCode1) {
+    auto* app = dynamic_cast<GuardedApplication<QApplication>*>(QCoreApplication::instance());
+    ASSERT_TRUE(app);
+    prepareMainThreadQueue();
+    // Thrown on a worker thread, raised again on the main thread.
+    runInBackground([] { throw std::runtime_error("the picture of \"Notes\"\nvanished"); });
+    QTimer::singleShot(30000, app, [] { QCoreApplication::exit(0); });  // only against a hang
+    testing::internal::CaptureStderr();
+    const int code = QCoreApplication::exec();
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(code, 1);
+    EXPECT_EQ(err, "app_tests: stopped: the picture of \"Notes\"\\nvanished\n");
+    EXPECT_EQ(app->failure(), "the picture of \"Notes\"\nvanished");
 }
