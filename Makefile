@@ -5,12 +5,16 @@
 #   make check    release build and its quick unit tests
 #   make test     every test under AddressSanitizer and UndefinedBehaviorSanitizer
 #                 (build-asan/), the threaded ones again under ThreadSanitizer
-#                 (build-tsan/); warnings are errors in both
+#                 (build-tsan/), then each fuzz target for 30 s; warnings are
+#                 errors everywhere
+#   make fuzz     the fuzz targets (clang's libFuzzer, build-fuzz/), each for
+#                 FUZZ_SECONDS (60) from its seed corpus in fuzz/corpus/
 #   make bench    release build and every benchmark
 
 JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
 
-.PHONY: all deps build program run check test test-asan test-tsan bench clean
+.PHONY: all deps build program run check test test-asan test-tsan test-fuzz fuzz bench clean
 
 all: build
 
@@ -32,7 +36,7 @@ run: program
 check: build
 	ctest --preset release -L unit -j $(JOBS)
 
-test: test-asan test-tsan
+test: test-asan test-tsan test-fuzz
 
 test-asan: deps
 	cmake --preset asan >/dev/null
@@ -44,8 +48,17 @@ test-tsan: deps
 	cmake --build --preset tsan -j $(JOBS)
 	ctest --preset tsan -j $(JOBS)
 
+# A short run of every fuzz target; about three minutes with the build.
+test-fuzz:
+	$(MAKE) fuzz FUZZ_SECONDS=30
+
+fuzz: deps
+	cmake --preset fuzz >/dev/null
+	cmake --build --preset fuzz -j $(JOBS)
+	bash scripts/fuzz.sh $(FUZZ_SECONDS)
+
 bench: build
 	@for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
 
 clean:
-	rm -rf build build-debug build-asan build-tsan
+	rm -rf build build-debug build-asan build-tsan build-fuzz

@@ -11,6 +11,8 @@ packages=(
   libxcb1-dev libxcb-composite0-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-xfixes0-dev
   libxcb-keysyms1-dev libxcb-ewmh-dev libxcb-icccm4-dev libxcb-res0-dev libxcb-damage0-dev libxcb-shape0-dev
   libpng-dev nlohmann-json3-dev libcli11-dev libfmt-dev
+  # the fuzz targets: clang with libFuzzer and its sanitizer runtimes
+  clang-14 libclang-rt-14-dev
   # running on a private X server, and the real X clients used as sample windows
   xvfb xauth openbox x11-apps x11-utils x11-xserver-utils xterm xdotool trayer
   # the desktop matrix: real window managers, compositors and GTK clients
