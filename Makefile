@@ -9,7 +9,8 @@
 #                 errors everywhere
 #   make fuzz     the fuzz targets (clang's libFuzzer, build-fuzz/), each for
 #                 FUZZ_SECONDS (60) from its seed corpus in fuzz/corpus/
-#   make bench    release build and every benchmark
+#   make bench    release build and every benchmark, the tray's memory over
+#                 100 hot-key captures included
 
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
@@ -59,6 +60,7 @@ fuzz: deps
 
 bench: build
 	@for b in build/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+	@bash bench/tray_memory.sh build/plenavue
 
 clean:
 	rm -rf build build-debug build-asan build-tsan build-fuzz
