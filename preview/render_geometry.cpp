@@ -8,12 +8,20 @@ namespace {
 
 double toFloat(double v) { return static_cast<double>(static_cast<float>(v)); }
 
+// A count of squares, checked before it becomes an integer: a frame zoomed
+// far beyond any screen still gives a count that fits (only the exposed
+// squares are drawn).
+int squareCount(double v) {
+    if (!(v >= 1)) return 0;
+    return static_cast<int>(std::min(v, 1e9));
+}
+
 }  // namespace
 
 RenderGeometry::Checkerboard RenderGeometry::checkerboardFor(Size frameSize) {
     Checkerboard board;
-    board.rows = static_cast<int>(frameSize.height * 0.125 + 1.0);
-    board.columns = static_cast<int>(frameSize.width * 0.125 + 1.0);
+    board.rows = squareCount(frameSize.height * 0.125 + 1.0);
+    board.columns = squareCount(frameSize.width * 0.125 + 1.0);
     if (board.rows <= 0 || board.columns <= 0) board = {};
     return board;
 }

@@ -94,6 +94,10 @@ TEST(RenderGeometryCheckerboard, CountsSquaresBeyondTheFrame) {
     const auto none = RenderGeometry::checkerboardFor({40, -10});
     EXPECT_EQ(none.rows, 0);
     EXPECT_EQ(none.columns, 0);
+    // A frame zoomed far beyond the integers keeps counts that fit.
+    const auto vast = RenderGeometry::checkerboardFor({1e300, 1e15});
+    EXPECT_EQ(vast.rows, 1'000'000'000);
+    EXPECT_EQ(vast.columns, 1'000'000'000);
 }
 
 TEST(RenderGeometryCheckerboard, GreySquaresAlternateFromAWhiteCorner) {
