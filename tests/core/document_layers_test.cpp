@@ -8,6 +8,7 @@
 #include "document/layer_element.h"
 #include "document/layer_preparation.h"
 #include "document/layer_stack.h"
+#include "document/merged_image.h"
 #include "document/unpremultiply.h"
 #include "document_test_support.h"
 
@@ -350,3 +351,24 @@ TEST(LayerPreparation, AReadyLayerIsNotPreparedTwice) {
     prepareLayer(*layer);
     EXPECT_EQ(layer->imageData, once);
 }
+
+// ---------------------------------------------------------------- merged image of a selection
+
+TEST(ComposeLayers, LayersBottomFirstWhereTheyStandSkippingMarkers) {
+    // Top of the stack first: a marker, a half-covering grey over a red one, off the canvas on the left.
+    const std::vector<LayerPtr> layers{makeGroupMarker(LayerTypeGroupEnd, "G"),
+                                       pvtest::pixelLayer("grey", 1, 0, 2, 1, pvtest::solid(2, 1, 50, 50, 50, 128)),
+                                       pvtest::pixelLayer("red", -1, 0, 3, 1, pvtest::solid(3, 1, 255, 0, 0, 255))};
+    const Image merged = composeLayers(layers, 3, 1);
+    // x 0: red; x 1: grey over red; x 2: grey alone.
+    EXPECT_EQ(merged.pixels, (Bytes{255, 0, 0, 255, 177, 50, 50, 255, 50, 50, 50, 128}));
+}
+
+TEST(ComposeLayers, ManyFaintLayersRoundOnceNotOncePerLayer) {
+    // Ten shadows of alpha 5: exactly 45.8 alpha and 9.2 colour; a rounding
+    // step per layer would give 50 and 10.
+    std::vector<LayerPtr> layers;
+    for (int i = 0; i < 10; ++i) layers.push_back(pvtest::pixelLayer("faint", 0, 0, 1, 1, {1, 1, 1, 5}));
+    EXPECT_EQ(composeLayers(layers, 1, 1).pixels, (Bytes{9, 9, 9, 46}));
+}
+
