@@ -271,16 +271,7 @@ namespace {
 std::optional<size_t> pixelLayersReadBack(const std::string& path) {
     if (!test::psdToolsAvailable()) return test::readPsdOutline(path) ? std::optional<size_t>(0) : std::nullopt;
     try {
-        const auto doc = test::psdToolsDump(path);
-        size_t count = 0;
-        std::function<void(const nlohmann::json&)> walk = [&](const nlohmann::json& layers) {
-            for (const auto& l : layers) {
-                if (l["kind"] == "pixel") ++count;
-                if (l.contains("children")) walk(l["children"]);
-            }
-        };
-        walk(doc["layers"]);
-        return count;
+        return test::pixelLayersOf(test::psdToolsDump(path)).size();
     } catch (const std::exception&) {
         return std::nullopt;
     }

@@ -80,7 +80,8 @@ std::vector<ReadLayer> pixelLayersOf(const nlohmann::json& dump) {
             if (l.contains("children")) walk(l["children"]);
             if (l["kind"] != "pixel") continue;
             ReadLayer r{l["name"], l["left"], l["top"], l["right"], l["bottom"], {}};
-            if (l.contains("pixels")) r.rgba = fromBase64(l["pixels"]["rgba"].get<std::string>());
+            if (l.contains("pixels") && l["pixels"].contains("rgba"))
+                r.rgba = fromBase64(l["pixels"]["rgba"].get<std::string>());
             out.push_back(std::move(r));
         }
     };
