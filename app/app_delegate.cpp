@@ -109,7 +109,7 @@ void AppDelegate::changeIgnore(bool on) {
 void AppDelegate::getShot(PVWindowElement& node) { pv::getShot(node, server_, settings.shadow); }
 
 PixelRect AppDelegate::getOutputRect(const std::vector<PVWindowElement::Ptr>& windows) const {
-    return pv::getOutputRect(windows, *root(), measures().maxBackingScale);
+    return pv::getOutputRect(windows, measures().maxBackingScale);
 }
 
 void AppDelegate::collectWindows(const PVWindowElement::Ptr& node, std::vector<PVWindowElement::Ptr>& list) const {
@@ -133,6 +133,7 @@ void AppDelegate::select() {
 
 SelectionJobInput AppDelegate::selectionInput(const std::vector<PVWindowElement::Ptr>& rows) const {
     auto windows = collectWindowsOf(rows);
+    removeDuplicates(windows);
     sortIntoLayerOrder(windows);
     const PixelRect R = getOutputRect(windows);
     return selectionJobInput(windows, R, measures().maxBackingScale, measures().mainScreenHeight);
@@ -269,7 +270,11 @@ void AppDelegate::writeToPSD() {
             return finishRun(run, {false, nothingWritten(rows.empty() ? "no window was selected"
                                                                         : "there is no window to capture"), {}});
         takeMissingShots(windows, server_, settings.shadow);
-        auto stack = assembleLayerStack(std::move(windows), settings.outputFormat, *root(), measures(), groupDepth_);
+        // A capture of everything is laid out on the whole desktop, as its
+        // merged image is; a selection on the screens its windows stand on.
+        const PixelRect canvas = desktopIsTheMergedImage_ ? getDesktopRect(*root(), measures().maxBackingScale)
+                                                          : getOutputRect(windows);
+        auto stack = assembleLayerStack(std::move(windows), settings.outputFormat, canvas, measures(), groupDepth_);
         run->layers = std::move(stack.layers);
         run->readyCount = markerCount(run->layers);
         if (desktopIsTheMergedImage_) {

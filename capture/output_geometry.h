@@ -1,6 +1,6 @@
 #pragma once
-// The canvas on which a list of windows is laid out: the frame of the one
-// screen they lie on, or of the two screens together, in pixels.
+// The canvas on which a list of windows is laid out: the screens they stand
+// on, or every screen, in pixels.
 
 #include <vector>
 
@@ -9,8 +9,14 @@
 
 namespace pv {
 
-// Bottom-up pixels at maxBackingScale; the zero rectangle when no window has a screen.
-PixelRect getOutputRect(const std::vector<PVWindowElement::Ptr>& windows, const PVWindowElement& root,
-                        float maxBackingScale);
+// The smallest rectangle holding every screen that one of the windows
+// touches, in bottom-up pixels at maxBackingScale; the zero rectangle when no
+// window has a screen. For one screen it is that screen's frame, for two
+// screens side by side their frames together.
+PixelRect getOutputRect(const std::vector<PVWindowElement::Ptr>& windows, float maxBackingScale);
+
+// The smallest rectangle holding every screen of the tree: the canvas of a
+// capture of everything, which the desktop picture covers.
+PixelRect getDesktopRect(const PVWindowElement& root, float maxBackingScale);
 
 }  // namespace pv

@@ -1,6 +1,7 @@
 #include "capture/window_collection.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace pv {
 
@@ -18,9 +19,16 @@ std::vector<PVWindowElement::Ptr> collectWindowsOf(const std::vector<PVWindowEle
     return list;
 }
 
+void removeDuplicates(std::vector<PVWindowElement::Ptr>& list) {
+    std::unordered_set<const PVWindowElement*> seen;
+    std::erase_if(list, [&seen](const PVWindowElement::Ptr& w) { return !seen.insert(w.get()).second; });
+}
+
 void sortIntoLayerOrder(std::vector<PVWindowElement::Ptr>& list) {
-    std::stable_sort(list.begin(), list.end(),
-                     [](const auto& a, const auto& b) { return a->windowLevel > b->windowLevel; });
+    std::stable_sort(list.begin(), list.end(), [](const auto& a, const auto& b) {
+        if (a->windowLevel != b->windowLevel) return a->windowLevel > b->windowLevel;
+        return a->listPosition < b->listPosition;
+    });
 }
 
 }  // namespace pv

@@ -13,7 +13,12 @@ void collectWindows(const PVWindowElement::Ptr& node, std::vector<PVWindowElemen
 // The windows under each of the rows, one row after the other.
 std::vector<PVWindowElement::Ptr> collectWindowsOf(const std::vector<PVWindowElement::Ptr>& rows);
 
-// Highest window level first; equal levels keep their order.
+// Keeps the first of each window node: a window on several screens is
+// reached once through each of them.
+void removeDuplicates(std::vector<PVWindowElement::Ptr>& list);
+
+// The on-screen stacking, front first: highest window level first, and
+// within one level the window list's order (front to back).
 void sortIntoLayerOrder(std::vector<PVWindowElement::Ptr>& list);
 
 }  // namespace pv

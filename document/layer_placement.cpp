@@ -1,5 +1,7 @@
 #include "document/layer_placement.h"
 
+#include <cmath>
+
 namespace pv {
 
 Size layerPixelSize(const PVWindowElement& window, float s, int shotWidth, int shotHeight) {
@@ -10,14 +12,15 @@ Size layerPixelSize(const PVWindowElement& window, float s, int shotWidth, int s
     return {window.dimensions.width * scale, window.dimensions.height * scale};
 }
 
-CanvasRect layerLocation(const PVWindowElement& window, Size pixelSize, double outputX, float s,
-                         float screenTopOffset) {
-    const double scale = s;
-    const double x = scale * window.dimensions.x - outputX - window.shadowX;
-    // The sum is formed in single precision, as the stored offsets are floats.
-    const float top = s * screenTopOffset + static_cast<float>(scale * window.dimensions.y);
-    const double y = static_cast<double>(top) - window.shadowY;
-    return {x, y, pixelSize.width, pixelSize.height};
+CanvasRect layerLocation(const PVWindowElement& window, Size pixelSize, Size shotSize, const PixelRect& canvas,
+                         double s, double M) {
+    const CanvasRect frame = onCanvas(toPixels(toScreenSpace(window.windowBounds(), M), s), canvas);
+    const double shotScale = window.scaling > 0 ? window.scaling : s;
+    const double stretchX = shotSize.width > 0 ? pixelSize.width / shotSize.width : 1;
+    const double stretchY = shotSize.height > 0 ? pixelSize.height / shotSize.height : 1;
+    const double marginX = window.shadowX * shotScale * stretchX;
+    const double marginY = window.shadowY * shotScale * stretchY;
+    return {std::round(frame.x - marginX), std::round(frame.y - marginY), pixelSize.width, pixelSize.height};
 }
 
 std::string ungroupedLayerName(const std::string& applicationName, const std::string& windowName) {

@@ -13,11 +13,15 @@ namespace pv {
 // window's point size times s (the shot is stretched to it).
 Size layerPixelSize(const PVWindowElement& window, float s, int shotWidth, int shotHeight);
 
-// The layer's rectangle in document pixels. outputX is the x origin of the
-// output rectangle; the document's top edge is the main screen's top raised
-// by screenTopOffset points. The window's shadow margins move it left and up.
-CanvasRect layerLocation(const PVWindowElement& window, Size pixelSize, double outputX, float s,
-                         float screenTopOffset);
+// The layer's rectangle in document pixels on a canvas covering `canvas`
+// (bottom-up pixels at scale s; M is the main screen's height in points):
+// the window's bounds where they stand on the canvas, moved left and up by
+// its shadow margins. The margins are points of the shot, so they become
+// pixels at the scale the shot was taken at (the window's scaling), and grow
+// with the shot when it is stretched to pixelSize. The left and top edges are
+// rounded to whole pixels.
+CanvasRect layerLocation(const PVWindowElement& window, Size pixelSize, Size shotSize, const PixelRect& canvas,
+                         double s, double M);
 
 // "Application - Window", the layer name of the ungrouped format.
 std::string ungroupedLayerName(const std::string& applicationName, const std::string& windowName);

@@ -11,20 +11,22 @@
 
 namespace pv {
 
-// The collected windows (in outline order, duplicates kept) as the entries of
-// a document, top of the stack first:
-// - grouped format: in the order given, each run of windows of one
-//   application node bracketed by group markers named after it;
-// - ungrouped format: in layer order, named "Application - Window".
+// The collected windows (in outline order; a window reached through several
+// screens counts once) as the entries of a document, top of the stack first,
+// in the on-screen stacking order (sortIntoLayerOrder):
+// - grouped format: each application's windows together, bracketed by group
+//   markers named after it; the application whose window is frontmost first;
+// - ungrouped format: named "Application - Window".
 // A window without a shot is left out. Each layer holds a copy of its shot's
-// pixels at the layer's size, placed on the output rectangle of the windows.
-// groupDepth is the nesting counter that the group markers share.
+// pixels at the layer's size, placed on `canvas` (bottom-up pixels at the
+// largest backing scale). groupDepth is the nesting counter that the group
+// markers share.
 struct LayerStack {
     std::vector<LayerPtr> layers;  // top of the stack first
     PixelRect canvas;              // the output rectangle the layers are placed on
 };
 LayerStack assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format,
-                              const PVWindowElement& root, const ScreenMeasures& measures, int32_t& groupDepth);
+                              const PixelRect& canvas, const ScreenMeasures& measures, int32_t& groupDepth);
 
 // How many entries of the stack are group markers (born ready).
 int32_t markerCount(const std::vector<LayerPtr>& layers);

@@ -56,7 +56,7 @@ void appendLayerRecord(std::vector<uint8_t>& b, const LayerElement& e, const Lay
         appendValue(b, channelIds[c], 2);
         appendValue(b, e.channelSizes[c], 4);
     }
-    appendBytes(b, "8BIMnorm");
+    appendBytes(b, e.type == LayerTypeGroupEnd ? "8BIMpass" : "8BIMnorm");  // a group passes its layers through
     b.push_back(255);                                   // opacity
     b.push_back(0);                                     // clipping: base
     b.push_back(e.type == LayerTypePixel ? 0 : 0x18);   // markers: pixel data irrelevant
@@ -293,7 +293,7 @@ WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& m
         if (!file.write(maskAndCode, sizeof maskAndCode)) return false;
 
         if (status) status("Writing composite...");
-        unpremultiply(merged.data(), W * H * 4);
+        matteOverWhite(merged.data(), W * H * 4);
         // Row counts of all four channels first, then the rows, channel by channel.
         const size_t countBytes = 2 * 4 * H;
         std::vector<uint8_t> composite(countBytes + 4 * H * packBitsBound(W));

@@ -44,8 +44,8 @@ std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& ti
 
 // Writes the document to `path` through a temporary file that replaces the
 // target only when complete. `size` is the canvas in pixels (truncated);
-// `merged` holds its RGBA8 premultiplied pixels and is un-premultiplied in
-// place. `layers` runs top of the stack first, every entry ready; the file
+// `merged` holds its RGBA8 premultiplied pixels and is matted over white in
+// place (matteOverWhite). `layers` runs top of the stack first, every entry ready; the file
 // holds them bottom first. `status` (may be empty) receives "Writing: <name>"
 // per entry and "Writing composite..." from the calling thread.
 // Each record states the entry's layerPixelBounds (a marker the zero

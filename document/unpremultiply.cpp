@@ -50,4 +50,13 @@ void unpremultiply(uint8_t* rgba, size_t byteCount) {
     }
 }
 
+void matteOverWhite(uint8_t* rgba, size_t byteCount) {
+    uint8_t* const end = rgba + (byteCount / 4) * 4;
+    for (uint8_t* p = rgba; p != end; p += 4) {
+        const int white = 255 - p[3];
+        if (white == 0) continue;
+        for (int k = 0; k < 3; ++k) p[k] = static_cast<uint8_t>(std::min(255, p[k] + white));
+    }
+}
+
 }  // namespace pv

@@ -22,4 +22,11 @@ void unpremultiply(uint8_t* rgba, size_t byteCount);
 // The straight value of colour byte c under alpha a, by the rule above.
 uint8_t unpremultipliedComponent(uint8_t c, uint8_t a);
 
+// The merged image's colour as PSD readers expect it: matted over white.
+// Every whole pixel with alpha a below 255 gets colour p + (255 - a) from its
+// premultiplied colour p (limited to 255): the straight colour c weighted by
+// a / 255 plus white for the rest, c * a/255 + 255 * (1 - a/255). Alpha, and
+// every pixel with alpha 255, stay as they are.
+void matteOverWhite(uint8_t* rgba, size_t byteCount);
+
 }  // namespace pv

@@ -9,14 +9,13 @@ namespace pv {
 
 namespace {
 
-constexpr size_t kMaxScreens = 2;
-
 bool isSystemOwner(const std::string& name) {
     return name == "Dock" || name == "Finder" || name == "Window Server";
 }
 
-PVWindowElement::Ptr makeWindowNode(const WindowListEntry& entry) {
+PVWindowElement::Ptr makeWindowNode(const WindowListEntry& entry, uint32_t listPosition) {
     auto node = std::make_shared<PVWindowElement>();
+    node->listPosition = listPosition;
     node->kind = PVElementKindWindow;
     node->name = asciiNodeName(entry.title.value_or("<no title>"), "<no title>");
     node->eidi = entry.number;
@@ -33,8 +32,6 @@ PVWindowElement::Ptr makeApplicationNode(const WindowListEntry& entry) {
     return node;
 }
 
-float scalingOf(const PVWindowElement::Ptr& screen) { return screen ? screen->scaling : 0.0f; }
-
 }  // namespace
 
 Inventory::Inventory(WindowServer& server) : root(std::make_shared<PVWindowElement>()), server_(server) {}
@@ -46,28 +43,18 @@ std::string displayProductName(WindowServer& server, uint32_t displayId) {
 
 void Inventory::refreshScreenList() {
     measures.maxBackingScale = 0;
-    measures.screenTopOffset = 0;
 
     root = std::make_shared<PVWindowElement>();
     root->name = server_.hostName();
     root->kind = PVElementKindRoot;
 
     const auto screens = server_.screenList();
-    for (size_t i = 0; i < std::min(screens.size(), kMaxScreens); ++i) {
+    for (size_t i = 0; i < screens.size(); ++i) {
         const ScreenListEntry& entry = screens[i];
         auto node = std::make_shared<PVWindowElement>();
         node->eidi = entry.displayId;
         node->isMainDisplay = i == 0;
-        if (i == 0) {
-            measures.mainScreenHeight = static_cast<float>(entry.frame.height);
-        } else {
-            // Lifts the document's top edge to a taller second screen's top.
-            const double mainHeight = measures.mainScreenHeight;
-            measures.screenTopOffset =
-                entry.frame.height > mainHeight
-                    ? static_cast<float>(entry.frame.height - mainHeight + entry.frame.y)
-                    : 0.0f;
-        }
+        if (i == 0) measures.mainScreenHeight = static_cast<float>(entry.frame.height);
         node->name = displayProductName(server_, entry.displayId);
         node->dimensions = retagged<AnySpace>(entry.frame);
         node->kind = PVElementKindScreen;
@@ -83,27 +70,29 @@ bool Inventory::isUnwanted(const std::optional<std::string>& ownerName) const {
 }
 
 void Inventory::refreshWindows() {
-    for (const WindowListEntry& entry : server_.windowList()) {
+    const auto windows = server_.windowList();
+    for (size_t i = 0; i < windows.size(); ++i) {
+        const WindowListEntry& entry = windows[i];
         if (entry.sharingState == 0) continue;  // the owner forbids capture, or it is our own window
         if (isUnwanted(entry.ownerName)) continue;
-        fileWindow(entry);
+        fileWindow(entry, static_cast<uint32_t>(i));
     }
     pruneEmptyApplications();
 }
 
-// Files the window under an application node of each of the (at most two)
-// inventoried screens its bounds touch.
-void Inventory::fileWindow(const WindowListEntry& entry) {
-    auto window = makeWindowNode(entry);
-    const auto maxCount = static_cast<uint32_t>(std::min<uint64_t>(root->childCount(), kMaxScreens));
-    const auto displays = server_.displaysOfRect(window->windowBounds(), maxCount);
+// Files the window under an application node of each screen its bounds
+// touch: one node, reached from every screen it stands on.
+void Inventory::fileWindow(const WindowListEntry& entry, uint32_t listPosition) {
+    auto window = makeWindowNode(entry, listPosition);
+    const auto screenCount = static_cast<uint32_t>(root->childCount());
+    const auto displays = server_.displaysOfRect(window->windowBounds(), screenCount);
     if (!displays || displays->empty()) return;
 
-    for (size_t i = 0; i < std::min(displays->size(), kMaxScreens); ++i) {
-        auto screen = root->findScreen((*displays)[i]);
-        if (!screen) continue;  // a display beyond the first two
-        (i == 0 ? window->screen1 : window->screen2) = screen;
-        window->scaling = std::max(scalingOf(window->screen1.lock()), scalingOf(window->screen2.lock()));
+    for (uint32_t displayId : *displays) {
+        auto screen = root->findScreen(displayId);
+        if (!screen) continue;  // a display the screen list did not report
+        window->screens.push_back(screen);
+        window->scaling = std::max(window->scaling, screen->scaling);
 
         auto app = screen->findParent(static_cast<uint32_t>(entry.ownerPID));
         if (!app) {
@@ -117,8 +106,10 @@ void Inventory::fileWindow(const WindowListEntry& entry) {
             continue;
         }
         if (app->name == "Window Server" && window->name == "Desktop") continue;
-        // This system window reaches 20 points past its reported bounds on either side.
-        if (window->name == "Oculith") window->dimensions = window->dimensions.insetBy(-20, 0);
+        // This system window reaches 20 points past its reported bounds on either side
+        // (once, however many screens it stands on).
+        if (window->name == "Oculith" && window->screens.size() == 1)
+            window->dimensions = window->dimensions.insetBy(-20, 0);
         window->isSystemWindow = app->name == "Finder" ? window->name == "<no title>" : true;
         app->addChild(window);
     }

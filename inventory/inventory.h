@@ -17,7 +17,6 @@ namespace pv {
 struct ScreenMeasures {
     float maxBackingScale = 0;   // largest backing scale of the screens taken
     float mainScreenHeight = 0;  // main screen's height in points; kept when no screen is seen
-    float screenTopOffset = 0;   // how far a taller second screen's top stands above the main one's
 };
 
 class Inventory {
@@ -30,14 +29,14 @@ public:
     // Owners left out altogether when ignoreSystemWindows is on.
     const std::vector<std::string> unwantedProcesses{"Finder", "Dock", "Window Server", "SystemUIServer"};
 
-    // A new root with one node for each of the first two screens.
+    // A new root with one node for each screen, main screen first.
     void refreshScreenList();
-    // Files the on-screen windows under application nodes of the screens they touch.
+    // Files the on-screen windows under application nodes of every screen they touch.
     void refreshWindows();
     bool isUnwanted(const std::optional<std::string>& ownerName) const;
 
 private:
-    void fileWindow(const WindowListEntry& entry);
+    void fileWindow(const WindowListEntry& entry, uint32_t listPosition);
     void pruneEmptyApplications();
 
     WindowServer& server_;

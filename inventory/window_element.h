@@ -57,17 +57,19 @@ public:
     ImagePtr shot;    // window nodes: the captured picture, empty until taken
     ImagePtr shadow;  // never set; kept for completeness of the record
     std::string name = "Name";
-    // Window nodes: the screens the bounds touch, first and second (empty on
-    // one screen). Back links: the tree owns its screens, the windows only
-    // point at them, so an old tree goes as a whole when nobody holds it.
-    std::weak_ptr<PVWindowElement> screen1;
-    std::weak_ptr<PVWindowElement> screen2;
+    // Window nodes: every screen the bounds touch, in screen-list order. Back
+    // links: the tree owns its screens, the windows only point at them, so an
+    // old tree goes as a whole when nobody holds it.
+    std::vector<std::weak_ptr<PVWindowElement>> screens;
     // Screens: the frame (bottom-up points); windows: the bounds (top-down
     // points). screenFrame() and windowBounds() give them their types.
     Rect dimensions;
     uint32_t kind = PVElementKindRoot;
     uint32_t eidi = 0;
     int32_t windowLevel = 0;
+    // Window nodes: the place in the window server's list, 0 for the frontmost
+    // window; orders windows of one level as the screen stacks them.
+    uint32_t listPosition = 0;
     float scaling = 0;
     float shadowX = 0;
     float shadowY = 0;

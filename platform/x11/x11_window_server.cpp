@@ -157,8 +157,19 @@ std::optional<Image> X11WindowServer::desktopPicture() {
     std::lock_guard lock(mutex_);
     conn_->drainEvents();
     auto picture = pixels_->root();
-    if (picture) leaveOutUnshared(*picture);
-    return picture;
+    if (!picture) return picture;
+    leaveOutUnshared(*picture);
+    // The desktop is what the monitors show: the root may reach beyond them.
+    RootBox area;
+    for (const MonitorBox& m : boxes(monitors())) {
+        const int32_t x0 = area.isEmpty() ? m.x : std::min(area.x, m.x);
+        const int32_t y0 = area.isEmpty() ? m.y : std::min(area.y, m.y);
+        const int32_t x1 = area.isEmpty() ? m.x + m.width : std::max(area.x + area.width, m.x + m.width);
+        const int32_t y1 = area.isEmpty() ? m.y + m.height : std::max(area.y + area.height, m.y + m.height);
+        area = {x0, y0, x1 - x0, y1 - y0};
+    }
+    if (area.isEmpty() || area == RootBox{0, 0, picture->width, picture->height}) return picture;
+    return crop(*picture, 0, 0, area.x, area.y, area.width, area.height);
 }
 
 // The screen shows our own windows (and any whose owner forbids capture);

@@ -129,14 +129,15 @@ TEST_F(Pipeline, GroupedCaptureWritesOneGroupPerApplicationIntoTheFolder) {
     EXPECT_EQ(psd->height, 300);
     EXPECT_EQ(psd->layerCount, -7);
     // Bottom record first: each group is divider, its layers bottom to top, folder.
-    EXPECT_EQ(recordNames(*psd), (std::vector<std::string>{"Viewer", "Photo", "Viewer", "Editor", "Notes",
-                                                             "Untitled", "Editor"}));
+    // Editor's floating Notes is in front of everything, Untitled in front of Photo.
+    EXPECT_EQ(recordNames(*psd), (std::vector<std::string>{"Viewer", "Photo", "Viewer", "Editor", "Untitled",
+                                                             "Notes", "Editor"}));
     EXPECT_EQ(psd->records[0].sectionType, 3);
     // The XMP packet names the file and the canvas.
     EXPECT_NE(psd->imageResources.find("<x:xmpmeta"), std::string::npos);
     EXPECT_NE(psd->imageResources.find(fs::path(outcome.path).filename().string()), std::string::npos);
     EXPECT_EQ(psd->records[2].sectionType, 2);
-    const auto& untitled = psd->records[5];
+    const auto& untitled = psd->records[4];
     EXPECT_EQ((std::vector<int>{untitled.left, untitled.top, untitled.right, untitled.bottom}),
               (std::vector<int>{10, 10, 110, 90}));
 
@@ -154,8 +155,8 @@ TEST_F(Pipeline, UngroupedCaptureNamesLayersAfterApplicationAndWindow) {
     ASSERT_TRUE(outcome.ok) << outcome.reason;
     const auto psd = test::readPsdOutline(outcome.path);
     ASSERT_TRUE(psd);
-    // Highest level on top; equal levels keep the outline's order (Editor's
-    // windows, then Viewer's). The file lists the bottom layer first.
+    // Highest level on top, then the window list's order (Untitled in front
+    // of Photo). The file lists the bottom layer first.
     EXPECT_EQ(recordNames(*psd),
               (std::vector<std::string>{"Viewer - Photo", "Editor - Untitled", "Editor - Notes"}));
 }
@@ -176,7 +177,7 @@ TEST_F(Pipeline, BackToBackCapturesProduceTwoCompleteFiles) {
     ASSERT_TRUE(first && second);
     EXPECT_EQ(first->layerCount, -7);
     EXPECT_EQ(second->layerCount, -3);
-    EXPECT_EQ(first->records[4].name, "Notes");
+    EXPECT_EQ(first->records[5].name, "Notes");
     EXPECT_EQ(second->records[2].name, "Editor - Notes");
     EXPECT_FALSE(delegate_->busy());
 }
@@ -274,16 +275,7 @@ namespace {
 std::optional<size_t> pixelLayersReadBack(const std::string& path) {
     if (!test::psdToolsAvailable()) return test::readPsdOutline(path) ? std::optional<size_t>(0) : std::nullopt;
     try {
-        const auto doc = test::psdToolsDump(path);
-        size_t count = 0;
-        std::function<void(const nlohmann::json&)> walk = [&](const nlohmann::json& layers) {
-            for (const auto& l : layers) {
-                if (l["kind"] == "pixel") ++count;
-                if (l.contains("children")) walk(l["children"]);
-            }
-        };
-        walk(doc["layers"]);
-        return count;
+        return test::pixelLayersOf(test::psdToolsDump(path)).size();
     } catch (const std::exception&) {
         return std::nullopt;
     }

@@ -58,52 +58,80 @@ TEST(CollectWindows, WalksDepthFirstAndKeepsDuplicates) {
     EXPECT_TRUE(list.empty());
 }
 
-TEST(LayerOrder, HigherLevelsFirstAndEqualLevelsKeepTheirOrder) {
-    std::vector<PVWindowElement::Ptr> list{make(3, 1, {}, 0), make(3, 2, {}, 25), make(3, 3, {}, 0),
-                                           make(3, 4, {}, -20), make(3, 5, {}, 25)};
+TEST(LayerOrder, HigherLevelsFirstThenTheWindowListsOrder) {
+    // Collected per application (1, 3 of one, 2, 4, 5 of others); the list had 1..5 front to back.
+    const auto at = [](uint32_t number, int32_t level, uint32_t position) {
+        auto w = make(PVElementKindWindow, number, {}, level);
+        w->listPosition = position;
+        return w;
+    };
+    std::vector<PVWindowElement::Ptr> list{at(1, 0, 0), at(3, 0, 2), at(2, 0, 1), at(5, 25, 4), at(4, -20, 3),
+                                           at(6, 25, 5)};
     sortIntoLayerOrder(list);
-    EXPECT_EQ(numbers(list), (std::vector<uint32_t>{2, 5, 1, 3, 4}));
+    EXPECT_EQ(numbers(list), (std::vector<uint32_t>{5, 6, 1, 2, 3, 4}));
+}
+
+TEST(RemoveDuplicates, KeepsTheFirstOfEachNodeNotOfEachNumber) {
+    auto a = make(PVElementKindWindow, 1), b = make(PVElementKindWindow, 2), twin = make(PVElementKindWindow, 1);
+    std::vector<PVWindowElement::Ptr> list{a, b, a, twin, b};
+    removeDuplicates(list);
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(list[0], a);
+    EXPECT_EQ(list[1], b);
+    EXPECT_EQ(list[2], twin);
 }
 
 // ---- output rectangle -------------------------------------------------------
 
+// Screens in bottom-up points, main at (0, 0): a 2x2 grid whose main screen is
+// the lower right one, and a taller screen standing above the grid's top.
 class OutputRectTest : public ::testing::Test {
 protected:
     PVWindowElement::Ptr root = make(PVElementKindRoot, 0);
-    PVWindowElement::Ptr main = make(PVElementKindScreen, 1, {0, 0, 1440, 900});
-    PVWindowElement::Ptr second = make(PVElementKindScreen, 2, {1440, -180, 1920, 1080});
+    PVWindowElement::Ptr main = make(PVElementKindScreen, 1, {0, 0, 1280, 800});
+    PVWindowElement::Ptr west = make(PVElementKindScreen, 2, {-1280, 0, 1280, 800});
+    PVWindowElement::Ptr north = make(PVElementKindScreen, 3, {0, 800, 1280, 800});
+    PVWindowElement::Ptr northWest = make(PVElementKindScreen, 4, {-1280, 800, 1280, 800});
+    PVWindowElement::Ptr tall = make(PVElementKindScreen, 5, {1280, 300, 1000, 1500});
     void SetUp() override {
-        root->addChild(main);
-        root->addChild(second);
+        for (const auto& s : {main, west, north, northWest, tall}) root->addChild(s);
     }
-    PVWindowElement::Ptr on(const PVWindowElement::Ptr& s1, const PVWindowElement::Ptr& s2 = nullptr) {
+    PVWindowElement::Ptr on(std::vector<PVWindowElement::Ptr> screens) {
         auto w = make(PVElementKindWindow, 7);
-        w->screen1 = s1;
-        w->screen2 = s2;
+        for (const auto& s : screens) w->screens.push_back(s);
         return w;
     }
 };
 
-TEST_F(OutputRectTest, TheTableOfScreensAndWindows) {
-    EXPECT_EQ(getOutputRect({on(main), on(main)}, *root, 2), (PixelRect{0, 0, 2880, 1800}));
-    EXPECT_EQ(getOutputRect({on(main), on(second)}, *root, 2), (PixelRect{0, -360, 6720, 2160}));
-    EXPECT_EQ(getOutputRect({on(second), on(main)}, *root, 2), (PixelRect{0, -360, 6720, 2160}));
-    EXPECT_EQ(getOutputRect({on(main, second)}, *root, 2), (PixelRect{0, -360, 6720, 2160}));
-    EXPECT_EQ(getOutputRect({on(second), on(second)}, *root, 2), (PixelRect{2880, -360, 3840, 2160}));
-    EXPECT_EQ(getOutputRect({}, *root, 2), (PixelRect{}));
-    EXPECT_EQ(getOutputRect({on(main)}, *root, 1), (PixelRect{0, 0, 1440, 900}));
+TEST_F(OutputRectTest, TheScreensTheWindowsStandOnTogether) {
+    struct Case {
+        const char* what;
+        std::vector<std::vector<PVWindowElement::Ptr>> windows;  // each window's screens
+        float scale;
+        PixelRect expected;
+    };
+    const Case cases[] = {
+        {"one screen", {{main}, {main}}, 2, {0, 0, 2560, 1600}},
+        {"side by side", {{west}, {main}}, 1, {-1280, 0, 2560, 800}},
+        {"stacked", {{north}, {main}}, 1, {0, 0, 1280, 1600}},
+        {"one window on four screens", {{main, west, north, northWest}}, 1, {-1280, 0, 2560, 1600}},
+        {"a grid corner and a taller neighbour", {{northWest}, {tall}}, 1, {-1280, 300, 3560, 1500}},
+        {"a screen further away", {{west}, {tall}}, 2, {-2560, 0, 7120, 3600}},
+        {"no windows", {}, 2, {}},
+        {"windows without a screen", {{}, {}}, 2, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::vector<PVWindowElement::Ptr> windows;
+        for (const auto& screens : c.windows) windows.push_back(on(screens));
+        EXPECT_EQ(getOutputRect(windows, c.scale), c.expected);
+    }
 }
 
-TEST_F(OutputRectTest, StackedScreensAddWidthsAndTakeTheTallerHeight) {
-    second->dimensions = {0, 900, 1920, 1200};
-    EXPECT_EQ(getOutputRect({on(main), on(second)}, *root, 1), (PixelRect{0, 0, 3360, 1200}));
-}
-
-TEST_F(OutputRectTest, WindowsWithoutAScreenCountAsNone) {
-    EXPECT_EQ(getOutputRect({on(nullptr)}, *root, 2), (PixelRect{}));
-    // A screen-less window after a screened one pairs with the zero rectangle.
-    second->dimensions = {-1920, -180, 1920, 1080};
-    EXPECT_EQ(getOutputRect({on(second), on(nullptr)}, *root, 1), (PixelRect{-1920, -180, 1920, 1080}));
+TEST_F(OutputRectTest, TheDesktopIsEveryScreenWhereverTheWindowsAre) {
+    EXPECT_EQ(getDesktopRect(*root, 1), (PixelRect{-1280, 0, 3560, 1800}));
+    EXPECT_EQ(getDesktopRect(*root, 2), (PixelRect{-2560, 0, 7120, 3600}));
+    EXPECT_EQ(getDesktopRect(*make(PVElementKindRoot, 0), 2), (PixelRect{}));
 }
 
 // ---- window shots -----------------------------------------------------------

@@ -10,6 +10,7 @@
 #include "document/layer_element.h"
 #include "document/layer_preparation.h"
 #include "document/layer_stack.h"
+#include "document/merged_image.h"
 #include "document/unpremultiply.h"
 #include "document_test_support.h"
 
@@ -57,38 +58,54 @@ namespace {
 struct Window {
     std::string name;
     std::string parent;
+    uint32_t listPosition = 0;  // place in the window list, 0 in front
+    int32_t level = 0;
 };
 
-// The document's own stack assembly over windows of one screen, each with a
-// small shot, filed under an application node per parent name.
+// A window node with a small shot, filed under `app`.
+PVWindowElement::Ptr windowNode(const Window& w, const PVWindowElement::Ptr& app) {
+    auto node = std::make_shared<PVWindowElement>();
+    node->kind = PVElementKindWindow;
+    node->name = w.name;
+    node->listPosition = w.listPosition;
+    node->windowLevel = w.level;
+    node->dimensions = {0, 0, 2, 2};
+    node->shot = std::make_shared<const Image>(Image::filled(2, 2, 1, 2, 3, 255));
+    node->setParent(app);
+    app->addChild(node);
+    return node;
+}
+
+PVWindowElement::Ptr appNode(const std::string& name, uint32_t pid) {
+    auto app = std::make_shared<PVWindowElement>();
+    app->kind = PVElementKindApplication;
+    app->name = name;
+    app->eidi = pid;
+    return app;
+}
+
+std::vector<LayerPtr> assembleNodes(const std::vector<PVWindowElement::Ptr>& nodes, OutputFormat format,
+                                    int32_t& depth) {
+    return assembleLayerStack(nodes, format, {0, 0, 100, 100}, ScreenMeasures{1, 100}, depth).layers;
+}
+
+// The document's own stack assembly over windows of one screen, collected in
+// outline order: application by application, each in the order first met.
 std::vector<LayerPtr> assemble(const std::vector<Window>& windows, OutputFormat format, int32_t& depth) {
-    auto root = std::make_shared<PVWindowElement>();
-    auto screen = std::make_shared<PVWindowElement>();
-    screen->kind = PVElementKindScreen;
-    screen->eidi = 1;
-    screen->dimensions = {0, 0, 100, 100};
-    root->addChild(screen);
     std::map<std::string, PVWindowElement::Ptr> apps;
-    std::vector<PVWindowElement::Ptr> nodes;
+    std::vector<std::string> appOrder;
+    std::map<std::string, std::vector<PVWindowElement::Ptr>> byApp;
     for (const auto& w : windows) {
         auto& app = apps[w.parent];
         if (!app) {
-            app = std::make_shared<PVWindowElement>();
-            app->kind = PVElementKindApplication;
-            app->name = w.parent;
-            screen->addChild(app);
+            app = appNode(w.parent, static_cast<uint32_t>(100 + apps.size()));
+            appOrder.push_back(w.parent);
         }
-        auto node = std::make_shared<PVWindowElement>();
-        node->kind = PVElementKindWindow;
-        node->name = w.name;
-        node->dimensions = {0, 0, 2, 2};
-        node->screen1 = screen;
-        node->shot = std::make_shared<const Image>(Image::filled(2, 2, 1, 2, 3, 255));
-        node->setParent(app);
-        app->addChild(node);
-        nodes.push_back(node);
+        byApp[w.parent].push_back(windowNode(w, app));
     }
-    return assembleLayerStack(nodes, format, *root, ScreenMeasures{1, 100, 0}, depth).layers;
+    std::vector<PVWindowElement::Ptr> nodes;
+    for (const auto& name : appOrder) nodes.insert(nodes.end(), byApp[name].begin(), byApp[name].end());
+    return assembleNodes(nodes, format, depth);
 }
 
 std::vector<std::string> shape(const std::vector<LayerPtr>& layers) {
@@ -105,15 +122,61 @@ std::vector<std::string> shape(const std::vector<LayerPtr>& layers) {
 
 TEST(GroupMarkers, BracketEachApplicationsRunOfLayers) {
     int32_t depth = 0;
-    auto layers = assemble({{"a1", "A"}, {"a2", "A"}, {"b1", "B"}}, OutputFormat::GroupedPSD, depth);
+    auto layers = assemble({{"a1", "A", 0}, {"a2", "A", 1}, {"b1", "B", 2}}, OutputFormat::GroupedPSD, depth);
     EXPECT_EQ(shape(layers),
               (std::vector<std::string>{"end(A)", "a1", "a2", "start(A)", "end(B)", "b1", "start(B)"}));
     EXPECT_EQ(depth, 0);
 }
 
+TEST(LayerStackOrder, TheScreensStackingNotTheOutlinesOrder) {
+    struct Case {
+        const char* what;
+        std::vector<Window> windows;  // the window list's content, any order
+        std::vector<std::string> ungrouped, grouped;
+    };
+    const Case cases[] = {
+        {"applications interleave: A over B over A",
+         {{"a1", "A", 0}, {"b1", "B", 1}, {"a2", "A", 2}},
+         {"A - a1", "B - b1", "A - a2"},
+         {"end(A)", "a1", "a2", "start(A)", "end(B)", "b1", "start(B)"}},
+        {"a higher level comes first, and its application's group with it",
+         {{"a1", "A", 0}, {"b1", "B", 1}, {"a2", "A", 2}, {"b2", "B", 3, 3}},
+         {"B - b2", "A - a1", "B - b1", "A - a2"},
+         {"end(B)", "b2", "b1", "start(B)", "end(A)", "a1", "a2", "start(A)"}},
+        {"the frontmost window decides, not the first collected",
+         {{"a1", "A", 3}, {"b1", "B", 0}, {"c1", "C", 1}, {"a2", "A", 2}},
+         {"B - b1", "C - c1", "A - a2", "A - a1"},
+         {"end(B)", "b1", "start(B)", "end(C)", "c1", "start(C)", "end(A)", "a2", "a1", "start(A)"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        int32_t depth = 0;
+        EXPECT_EQ(shape(assemble(c.windows, OutputFormat::UngroupedPSD, depth)), c.ungrouped);
+        EXPECT_EQ(shape(assemble(c.windows, OutputFormat::GroupedPSD, depth)), c.grouped);
+        EXPECT_EQ(depth, 0);
+    }
+}
+
+TEST(LayerStackOrder, AWindowOnTwoScreensIsOneLayerInItsApplicationsOneGroup) {
+    // The same application has a node on each screen; the spanning window is
+    // reached through both.
+    const auto left = appNode("Editor", 311), right = appNode("Editor", 311), other = appNode("Mail", 42);
+    const auto across = windowNode({"across", "Editor", 1}, left);
+    right->addChild(across);
+    const auto onlyRight = windowNode({"notes", "Editor", 0}, right);
+    const auto mail = windowNode({"inbox", "Mail", 2}, other);
+    int32_t depth = 0;
+    const std::vector<PVWindowElement::Ptr> outline{across, across, onlyRight, mail};
+    EXPECT_EQ(shape(assembleNodes(outline, OutputFormat::GroupedPSD, depth)),
+              (std::vector<std::string>{"end(Editor)", "notes", "across", "start(Editor)", "end(Mail)", "inbox",
+                                        "start(Mail)"}));
+    EXPECT_EQ(shape(assembleNodes(outline, OutputFormat::UngroupedPSD, depth)),
+              (std::vector<std::string>{"Editor - notes", "Editor - across", "Mail - inbox"}));
+}
+
 TEST(GroupMarkers, UngroupedFormatChangesNeitherLayersNorDepth) {
     int32_t depth = 3;
-    auto layers = assemble({{"a1", "A"}, {"b1", "B"}}, OutputFormat::UngroupedPSD, depth);
+    auto layers = assemble({{"a1", "A", 0}, {"b1", "B", 1}}, OutputFormat::UngroupedPSD, depth);
     EXPECT_EQ(shape(layers), (std::vector<std::string>{"A - a1", "B - b1"}));
     EXPECT_EQ(depth, 3);
 }
@@ -313,3 +376,24 @@ TEST(LayerPreparation, AReadyLayerIsNotPreparedTwice) {
     prepareLayer(*layer);
     EXPECT_EQ(layer->imageData, once);
 }
+
+// ---------------------------------------------------------------- merged image of a selection
+
+TEST(ComposeLayers, LayersBottomFirstWhereTheyStandSkippingMarkers) {
+    // Top of the stack first: a marker, a half-covering grey over a red one, off the canvas on the left.
+    const std::vector<LayerPtr> layers{makeGroupMarker(LayerTypeGroupEnd, "G"),
+                                       pvtest::pixelLayer("grey", 1, 0, 2, 1, pvtest::solid(2, 1, 50, 50, 50, 128)),
+                                       pvtest::pixelLayer("red", -1, 0, 3, 1, pvtest::solid(3, 1, 255, 0, 0, 255))};
+    const Image merged = composeLayers(layers, 3, 1);
+    // x 0: red; x 1: grey over red; x 2: grey alone.
+    EXPECT_EQ(merged.pixels, (Bytes{255, 0, 0, 255, 177, 50, 50, 255, 50, 50, 50, 128}));
+}
+
+TEST(ComposeLayers, ManyFaintLayersRoundOnceNotOncePerLayer) {
+    // Ten shadows of alpha 5: exactly 45.8 alpha and 9.2 colour; a rounding
+    // step per layer would give 50 and 10.
+    std::vector<LayerPtr> layers;
+    for (int i = 0; i < 10; ++i) layers.push_back(pvtest::pixelLayer("faint", 0, 0, 1, 1, {1, 1, 1, 5}));
+    EXPECT_EQ(composeLayers(layers, 1, 1).pixels, (Bytes{9, 9, 9, 46}));
+}
+

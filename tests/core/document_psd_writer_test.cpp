@@ -314,6 +314,7 @@ TEST(PSDWriter, GroupIsWrittenAsDividerLayersBottomUpThenFolder) {
 
     const Record& divider = p.records[0];
     EXPECT_EQ(divider.name, "Editor");
+    EXPECT_EQ(divider.blendKey, "norm");
     EXPECT_EQ(divider.flags, 0x18);
     EXPECT_EQ(std::tie(divider.top, divider.left, divider.bottom, divider.right), std::make_tuple(0, 0, 0, 0));
     EXPECT_EQ(divider.divider, (Bytes{'8', 'B', 'I', 'M', 'l', 's', 'c', 't', 0, 0, 0, 4, 0, 0, 0, 3}));
@@ -326,6 +327,7 @@ TEST(PSDWriter, GroupIsWrittenAsDividerLayersBottomUpThenFolder) {
 
     const Record& folder = p.records[3];
     EXPECT_EQ(folder.name, "Editor");
+    EXPECT_EQ(folder.blendKey, "pass");  // the group's own record passes its layers through, as its section does
     EXPECT_EQ(folder.flags, 0x18);
     EXPECT_EQ(folder.divider, (Bytes{'8', 'B', 'I', 'M', 'l', 's', 'c', 't', 0, 0, 0, 12, 0, 0, 0, 2,
                                      '8', 'B', 'I', 'M', 'p', 'a', 's', 's'}));
@@ -341,23 +343,45 @@ TEST(PSDWriter, GroupIsWrittenAsDividerLayersBottomUpThenFolder) {
     EXPECT_EQ(p.layerSectionLength, t + 10);
 }
 
-TEST(PSDWriter, MergedImageIsUnpremultipliedAndStoredChannelByChannel) {
+TEST(PSDWriter, MergedImageIsMattedOverWhiteAndStoredChannelByChannel) {
     pvtest::ScratchDir dir;
-    const uint32_t W = 5, H = 3;
-    Bytes merged;
-    for (uint32_t i = 0; i < W * H; ++i) {
-        const auto a = static_cast<uint8_t>(i * 17);
-        merged.insert(merged.end(), {uint8_t(a / 2), uint8_t(a / 3), a, a});
+    struct Case {
+        const char* what;
+        Bytes premultiplied, stored;
+    };
+    // Stored colour: c * a/255 + 255 * (1 - a/255), the premultiplied colour plus the white not covered.
+    const Case cases[] = {
+        {"opaque: as it is", {10, 200, 255, 255}, {10, 200, 255, 255}},
+        {"transparent: white", {0, 0, 0, 0}, {255, 255, 255, 0}},
+        {"half-covered blue", {0, 0, 128, 128}, {127, 127, 255, 128}},
+        {"a dark shadow's edge", {1, 1, 1, 20}, {236, 236, 236, 20}},
+        {"colour above alpha stays within 255", {200, 10, 0, 100}, {255, 165, 155, 100}},
+    };
+    Bytes merged, expected;
+    for (const Case& c : cases) {
+        merged.insert(merged.end(), c.premultiplied.begin(), c.premultiplied.end());
+        expected.insert(expected.end(), c.stored.begin(), c.stored.end());
     }
-    merged[4] = merged[5] = merged[6] = merged[7] = 2;  // second pixel: (2, 2, 2) under alpha 2
-    Bytes straight = merged;
-    unpremultiply(straight.data(), straight.size());
-    auto w = write(dir / "m.psd", {W, H}, merged, {});
+    const auto W = static_cast<uint32_t>(std::size(cases));
+    auto w = write(dir / "m.psd", {static_cast<double>(W), 1}, merged, {});
     ASSERT_TRUE(w.result.ok) << w.result.error;
     const ParsedPSD p = parse(w.file);
-    EXPECT_EQ(p.mergedCounts.size() * 2, 8u * H);
-    EXPECT_EQ(mergedPixels(p), straight);
-    EXPECT_EQ(mergedPixels(p)[4], 254);
+    EXPECT_EQ(p.mergedCounts.size() * 2, 8u);
+    const Bytes stored = mergedPixels(p);
+    for (uint32_t i = 0; i < W; ++i) {
+        SCOPED_TRACE(cases[i].what);
+        EXPECT_EQ(Bytes(stored.begin() + 4 * i, stored.begin() + 4 * i + 4), cases[i].stored);
+    }
+}
+
+TEST(PSDWriter, AnOpaqueMergedImageIsStoredAsItIs) {
+    pvtest::ScratchDir dir;
+    const uint32_t W = 7, H = 3;
+    Bytes merged;
+    for (uint32_t i = 0; i < W * H; ++i) merged.insert(merged.end(), {uint8_t(i * 11), uint8_t(i), uint8_t(255 - i), 255});
+    auto w = write(dir / "o.psd", {W, H}, merged, {});
+    ASSERT_TRUE(w.result.ok) << w.result.error;
+    EXPECT_EQ(mergedPixels(parse(w.file)), merged);
 }
 
 TEST(PSDWriter, MergedRowCountsTakeEightBytesPerRow) {

@@ -2,6 +2,8 @@
 // the tree, under which screen and application, and the screen measures.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "inventory/ascii_name.h"
 #include "inventory/inventory.h"
 #include "inventory/inventory_format.h"
@@ -50,22 +52,6 @@ TEST_F(InventoryTest, OneScreenBecomesTheMainScreenNode) {
     EXPECT_EQ(s->displayName(), "Color LCD (x:0, y:0, w:1440, h:900, retina, main)");
     EXPECT_FLOAT_EQ(inventory.measures.maxBackingScale, 2.0f);
     EXPECT_FLOAT_EQ(inventory.measures.mainScreenHeight, 900.0f);
-    EXPECT_FLOAT_EQ(inventory.measures.screenTopOffset, 0.0f);
-}
-
-TEST_F(InventoryTest, ScreenTopOffsetRaisesTheTopToATallerSecondScreen) {
-    struct Case {
-        double secondY;
-        double secondHeight;
-        float offset;
-    };
-    for (const Case& c : {Case{0, 1200, 300}, Case{-300, 1200, 0}, Case{100, 1200, 400}, Case{0, 800, 0},
-                          Case{-500, 800, 0}}) {
-        server.screens = {screen(1, {0, 0, 1440, 900}, 2.0), screen(2, {1440, c.secondY, 1920, c.secondHeight}, 1.0)};
-        refresh();
-        EXPECT_FLOAT_EQ(inventory.measures.screenTopOffset, c.offset) << "second y " << c.secondY << " height "
-                                                                       << c.secondHeight;
-    }
 }
 
 TEST_F(InventoryTest, EachScreenKeepsItsScaleAndTheLargestIsTheCanvasScale) {
@@ -78,14 +64,18 @@ TEST_F(InventoryTest, EachScreenKeepsItsScaleAndTheLargestIsTheCanvasScale) {
     EXPECT_EQ(root->children()[1]->name, "Display");  // no product name reported
 }
 
-TEST_F(InventoryTest, AThirdScreenGetsNoNodeAndItsWindowsAreLeftOut) {
-    server.screens = {screen(1, {0, 0, 1000, 800}, 1.0), screen(2, {1000, 0, 1000, 800}, 1.0),
-                      screen(3, {2000, 0, 1000, 800}, 3.0)};
-    server.addWindow(10, "Editor", 5, "On the third", {2100, 100, 300, 200});
+TEST_F(InventoryTest, EveryScreenGetsANodeInTheListsOrder) {
+    server.screens = {screen(1, {0, 0, 1000, 800}, 1.0), screen(2, {-1000, 0, 1000, 800}, 1.0),
+                      screen(3, {0, 800, 1000, 800}, 1.0), screen(4, {1000, -300, 1000, 800}, 3.0)};
+    server.addWindow(10, "Editor", 5, "On the fourth", {1100, 900, 300, 200});
     auto root = refresh();
-    EXPECT_EQ(root->childCount(), 2u);
-    EXPECT_FLOAT_EQ(inventory.measures.maxBackingScale, 1.0f);
-    for (const auto& s : root->children()) EXPECT_TRUE(s->isLeaf());
+    ASSERT_EQ(root->childCount(), 4u);
+    for (uint32_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(root->children()[i]->eidi, i + 1);
+        EXPECT_EQ(root->children()[i]->isMainDisplay, i == 0);
+    }
+    EXPECT_FLOAT_EQ(inventory.measures.maxBackingScale, 3.0f);
+    EXPECT_EQ(namesOf(root->children()[3]->children()[0]), (std::vector<std::string>{"On the fourth"}));
 }
 
 TEST_F(InventoryTest, NoScreensKeepsTheLastMainScreenHeight) {
@@ -112,8 +102,9 @@ TEST_F(InventoryTest, WindowsAreFiledUnderTheirApplicationFrontToBack) {
     EXPECT_EQ(notes->eidi, 13u);
     EXPECT_EQ(notes->windowLevel, 3);
     EXPECT_EQ(notes->parent(), editor);
-    EXPECT_EQ(notes->screen1.lock(), s);
-    EXPECT_FALSE(notes->screen2.lock());
+    ASSERT_EQ(notes->screens.size(), 1u);
+    EXPECT_EQ(notes->screens[0].lock(), s);
+    EXPECT_EQ(notes->listPosition, 2u);
     EXPECT_FLOAT_EQ(notes->scaling, 2.0f);
     EXPECT_FALSE(notes->isSystemWindow);
 }
@@ -180,23 +171,35 @@ TEST_F(InventoryTest, SystemWindowRulesOfDockFinderAndWindowServer) {
     EXPECT_FALSE(editorWindow->isSystemWindow);
 }
 
-TEST_F(InventoryTest, AWindowSpanningTwoScreensIsFiledUnderBoth) {
-    server.screens = {screen(1, {0, 0, 1440, 900}, 2.0), screen(2, {1440, 0, 1920, 1200}, 1.0)};
-    server.addWindow(21, "Editor", 311, "Wide", {1000, 100, 1000, 400});
-    server.addWindow(22, "Editor", 311, "Left", {0, 0, 100, 100});
+TEST_F(InventoryTest, AWindowOnSeveralScreensIsOneNodeFiledUnderEach) {
+    // A 2x2 grid of 1000x800 screens, the main one at the lower left.
+    server.screens = {screen(1, {0, 0, 1000, 800}, 1.0), screen(2, {1000, 0, 1000, 800}, 2.0),
+                      screen(3, {0, 800, 1000, 800}, 1.0), screen(4, {1000, 800, 1000, 800}, 1.0)};
+    server.addWindow(20, "Editor", 311, "Left", {0, 0, 100, 100});
+    server.addWindow(21, "Editor", 311, "Centre", {900, -100, 200, 200});
+    server.addWindow(22, "Dock", 80, "Oculith", {900, 700, 200, 50}, 20);
     auto root = refresh();
-    auto main = root->children()[0];
-    auto second = root->children()[1];
-    ASSERT_EQ(main->childCount(), 1u);
-    ASSERT_EQ(second->childCount(), 1u);
-    auto wide = main->children()[0]->children()[0];
-    EXPECT_EQ(wide, second->children()[0]->children()[0]);
-    EXPECT_EQ(wide->screen1.lock(), main);
-    EXPECT_EQ(wide->screen2.lock(), second);
-    EXPECT_FLOAT_EQ(wide->scaling, 2.0f);
-    EXPECT_EQ(wide->parent(), second->children()[0]);
-    EXPECT_EQ(main->children()[0]->childCount(), 2u);
-    EXPECT_EQ(second->children()[0]->eidi, 311u);
+    const auto screens = root->children();
+    PVWindowElement::Ptr centre;
+    for (const auto& s : screens) {
+        SCOPED_TRACE(s->eidi);
+        const auto editor = s->findParent(311);
+        ASSERT_TRUE(editor);
+        const auto windows = editor->children();
+        const auto found = std::find_if(windows.begin(), windows.end(), [](const auto& w) { return w->name == "Centre"; });
+        ASSERT_NE(found, windows.end());
+        if (!centre) centre = *found;
+        EXPECT_EQ(*found, centre);
+    }
+    ASSERT_EQ(centre->screens.size(), 4u);
+    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(centre->screens[i].lock(), screens[i]);
+    EXPECT_FLOAT_EQ(centre->scaling, 2.0f);
+    EXPECT_EQ(centre->parent(), screens[3]->children()[0]);
+    EXPECT_EQ(screens[0]->findParent(311)->childCount(), 2u);
+    // A system window that widens itself does so once, however many screens it is on.
+    const auto oculith = screens[0]->findParent(80)->children().at(0);
+    EXPECT_EQ(oculith, screens[1]->findParent(80)->children().at(0));
+    EXPECT_EQ(oculith->dimensions, (Rect{880, 700, 240, 50}));
 }
 
 TEST_F(InventoryTest, ScreensWithoutWindowsStayAndEmptyApplicationsArePruned) {

@@ -9,14 +9,15 @@ using namespace pv;
 
 namespace {
 
-// A window node; the tests read it through a reference.
-const PVWindowElement& windowAt(Rect bounds, float shadowX = 0, float shadowY = 0) {
+// A window node whose shot was taken at `scaling` (0: none known).
+const PVWindowElement& windowAt(Rect bounds, float shadowX = 0, float shadowY = 0, float scaling = 0) {
     static std::vector<PVWindowElement::Ptr> keep;
     auto w = std::make_shared<PVWindowElement>();
     w->kind = PVElementKindWindow;
     w->dimensions = bounds;
     w->shadowX = shadowX;
     w->shadowY = shadowY;
+    w->scaling = scaling;
     keep.push_back(w);
     return *w;
 }
@@ -58,21 +59,54 @@ TEST(LayerPixelSize, NarrowerShotIsStretchedToTheWindowAtScale) {
     EXPECT_EQ(layerPixelSize(w, 2.0f, 800, 600), (Size{1600, 1200}));
 }
 
-TEST(LayerLocation, SubtractsOutputOriginAndShadowAsStored) {
-    const auto& w = windowAt({100, 40, 800, 600}, 10, 6);
-    const CanvasRect loc = layerLocation(w, {1620, 1212}, 0, 2.0f, 0.0f);
-    EXPECT_DOUBLE_EQ(loc.x, 190);  // 2 * 100 - 0 - 10
-    EXPECT_DOUBLE_EQ(loc.y, 74);   // 2 * 40 - 6
-    EXPECT_DOUBLE_EQ(loc.width, 1620);
-    EXPECT_DOUBLE_EQ(loc.height, 1212);
+TEST(LayerLocation, TheWindowsPlaceOnTheCanvasForAnyArrangement) {
+    struct Case {
+        const char* what;
+        PixelRect canvas;  // bottom-up pixels at scale s
+        double s;
+        WindowRect bounds;
+        CanvasRect expected;
+    };
+    // The main screen is 1280x800 points in every case.
+    const Case cases[] = {
+        {"main screen alone", {0, 0, 1280, 800}, 1, {100, 40, 300, 200}, {100, 40, 300, 200}},
+        {"at scale 2", {0, 0, 2560, 1600}, 2, {100, 40, 300, 200}, {200, 80, 600, 400}},
+        {"a screen stacked above the main one", {0, 0, 1280, 1600}, 1, {100, -700, 300, 200}, {100, 100, 300, 200}},
+        {"a screen stacked below the main one", {0, -800, 1280, 1600}, 1, {100, 900, 300, 200}, {100, 900, 300, 200}},
+        {"a taller screen to the left, its top higher", {-1600, 0, 2880, 1100}, 1, {-1500, -250, 300, 200},
+         {100, 50, 300, 200}},
+        {"main at the lower right of a grid", {-1280, 0, 2560, 1600}, 1, {-100, -100, 300, 200}, {1180, 700, 300, 200}},
+        {"a selection of the upper screen only", {0, 800, 1280, 800}, 1, {100, -700, 300, 200}, {100, 100, 300, 200}},
+        {"half-pixel edges round", {0, 0, 1920, 1200}, 1.5, {100.5, 40.5, 300, 200}, {151, 61, 450, 300}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const auto& w = windowAt(retagged<AnySpace>(c.bounds));
+        const Size size{c.bounds.width * c.s, c.bounds.height * c.s};
+        EXPECT_EQ(layerLocation(w, size, size, c.canvas, c.s, 800), c.expected);
+    }
 }
 
-TEST(LayerLocation, ScreenTopOffsetLowersEveryLayer) {
-    // A taller second screen stands 300 points above the main one.
-    const auto& w = windowAt({1500, -300, 400, 300});
-    const CanvasRect loc = layerLocation(w, {400, 300}, 0, 1.0f, 300.0f);
-    EXPECT_DOUBLE_EQ(loc.y, 0);
-    EXPECT_DOUBLE_EQ(loc.x, 1500);
+TEST(LayerLocation, ShadowMarginsArePointsOfTheShotMadePixels) {
+    struct Case {
+        const char* what;
+        float shotScale;  // the window's scaling: the shot's own scale
+        double s;         // the canvas scale
+        Size layer, shot;
+        CanvasRect expected;
+    };
+    // A 300x200-point window at (100, 40) with margins of 24 points left and 16 above.
+    const Case cases[] = {
+        {"scale 1", 1, 1, {348, 248}, {348, 248}, {76, 24, 348, 248}},
+        {"scale 2: 48 and 32 pixels", 2, 2, {696, 496}, {696, 496}, {152, 48, 696, 496}},
+        // The margins stretch with the shot: 24 * 600/348 = 41.4 and 16 * 400/248 = 25.8 pixels.
+        {"a shot at scale 1 stretched to a scale 2 canvas", 1, 2, {600, 400}, {348, 248}, {159, 54, 600, 400}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const auto& w = windowAt({100, 40, 300, 200}, 24, 16, c.shotScale);
+        EXPECT_EQ(layerLocation(w, c.layer, c.shot, {0, 0, 1280 * c.s, 800 * c.s}, c.s, 800), c.expected);
+    }
 }
 
 TEST(UngroupedLayerName, JoinsApplicationAndWindow) {

@@ -4,7 +4,8 @@
 // every listed window against the visible frame xwininfo and xprop describe,
 // its picture against xwd's dump of its frame, the order against the
 // manager's _NET_CLIENT_LIST_STACKING, the desktop picture against the
-// windows' own pictures.
+// windows' own pictures. Then `plenavue capture` writes the desktop into a
+// PSD, and psd-tools' reading of it is held against the same windows.
 #include <gtest/gtest.h>
 #include <xcb/composite.h>
 
@@ -18,6 +19,7 @@
 #include "platform/drop_shadow.h"
 #include "platform/png_io.h"
 #include "platform/x11/x11_window_server.h"
+#include "tests/support/psd_tools.h"
 #include "tests/x11/x11_test_support.h"
 #include "tests/x11/xwd_picture.h"
 
@@ -254,6 +256,97 @@ void expectDesktopPictureShowsTheWindows(Desktop& d, const DesktopCase& c, const
     }
 }
 
+// The monitors' bounding box: where the desktop picture, and so the
+// document's canvas, starts in root pixels.
+Point desktopOrigin(const XvfbOptions& options) {
+    if (options.monitors.empty()) return {0, 0};
+    Point origin{1e9, 1e9};
+    for (const MonitorSpec& m : options.monitors) origin = {std::min<double>(origin.x, m.x), std::min<double>(origin.y, m.y)};
+    return origin;
+}
+
+// The desktop as `plenavue capture` writes it (ungrouped, so that the layers
+// are in stacking order), read by psd-tools.
+nlohmann::json capturedDocument(Desktop& d, const DesktopCase& c, bool shadow) {
+    const std::string path = ::testing::TempDir() + "pv-matrix-" + c.name + (shadow ? "-shadow" : "") + ".psd";
+    d.session.run({PV_PLENAVUE, "capture", "-q", "--format", "ungrouped", "--keep-system",
+                   shadow ? "--shadow" : "--no-shadow", "--file", path});
+    auto doc = psdToolsDump(path, true);
+    std::remove(path.c_str());
+    return doc;
+}
+
+// Pixels where the two pictures of one size differ: alpha anywhere, colour
+// where both are opaque; -1 when the sizes differ.
+long differingOpaque(const Image& ours, const Image& document) {
+    if (ours.width != document.width || ours.height != document.height) return -1;
+    long count = 0;
+    for (size_t i = 0; i < ours.pixels.size(); i += 4) {
+        const uint8_t* a = ours.pixels.data() + i;
+        const uint8_t* b = document.pixels.data() + i;
+        if (a[3] != b[3] || (a[3] == 255 && !std::equal(a, a + 3, b))) ++count;
+    }
+    return count;
+}
+
+// Every listed window once, front to back, at its visible frame on the
+// canvas (grown by the shadow's margins in pixels when framed), with its
+// picture's pixels; and the layers, composed, make the merged image wherever
+// they cover it.
+void expectTheDocumentShowsTheDesktop(Desktop& d, const DesktopCase& c, const std::vector<WindowListEntry>& list,
+                                      bool shadow) {
+    const auto doc = capturedDocument(d, c, shadow);
+    const auto desktop = d.server->desktopPicture();
+    ASSERT_TRUE(desktop);
+    EXPECT_EQ(doc["width"], desktop->width);
+    EXPECT_EQ(doc["height"], desktop->height);
+    auto layers = pixelLayersOf(doc);
+    ASSERT_EQ(layers.size(), list.size()) << doc["layers"].dump().substr(0, 2000);
+    std::reverse(layers.begin(), layers.end());  // front first, as the list
+    const Point origin = desktopOrigin(c.options);
+    const ShadowMargins none, margins = dropShadowMargins(c.scale);
+    for (size_t i = 0; i < list.size(); ++i) {
+        const WindowListEntry& e = list[i];
+        SCOPED_TRACE(e.title.value_or("(untitled)") + " as layer " + layers[i].name);
+        const bool framed = shadow && e.ownerName != "Dock";
+        const ShadowMargins& m = framed ? margins : none;
+        const Rect frame = toPixels(e.bounds, c.options, c.scale);
+        const int left = static_cast<int>(frame.x - origin.x), top = static_cast<int>(frame.y - origin.y);
+        EXPECT_EQ((std::vector<int>{layers[i].left, layers[i].top, layers[i].right, layers[i].bottom}),
+                  (std::vector<int>{left - m.left, top - m.top, left + int(frame.width) + m.right,
+                                    top + int(frame.height) + m.bottom}));
+        const auto picture = d.server->windowPicture(std::nullopt, e.number, false);
+        ASSERT_TRUE(picture);
+        const Image layer = premultipliedImage(layers[i].rgba, layers[i].right - layers[i].left,
+                                               layers[i].bottom - layers[i].top);
+        const Image window = cropped(layer, m.left, m.top, picture->width, picture->height);
+        const long differing = differingOpaque(*picture, window);
+        EXPECT_EQ(differing, 0) << (differing != 0 ? keepForInspection(c.name + "-layer-" + *e.title, *picture, window) : "");
+    }
+    if (shadow || !c.framesHoldDecorations) return;
+    // Where the layers cover the canvas, they show what the merged image shows.
+    const Image composed = composedLayers(doc);
+    const Image merged = premultipliedImage(fromBase64(doc["merged"]["rgba"].get<std::string>()), desktop->width,
+                                            desktop->height);
+    std::vector<Rect> corners;  // left out where the screen rounds frame corners
+    for (const ReadLayer& l : layers)
+        for (const auto& [x, y] : {std::pair{l.left, l.top}, {l.right - c.roundedCorners, l.top},
+                                   {l.left, l.bottom - c.roundedCorners},
+                                   {l.right - c.roundedCorners, l.bottom - c.roundedCorners}})
+            corners.push_back({double(x), double(y), double(c.roundedCorners), double(c.roundedCorners)});
+    long differing = 0;
+    for (int y = 0; y < composed.height; ++y)
+        for (int x = 0; x < composed.width; ++x) {
+            const uint8_t* a = composed.row(y) + 4 * x;
+            const uint8_t* b = merged.row(y) + 4 * x;
+            const bool near = std::abs(a[0] - b[0]) <= 2 && std::abs(a[1] - b[1]) <= 2 && std::abs(a[2] - b[2]) <= 2;
+            if (a[3] != 255 || near) continue;
+            if (std::none_of(corners.begin(), corners.end(), [&](const Rect& r) { return r.contains({x + 0.5, y + 0.5}); }))
+                ++differing;
+        }
+    EXPECT_EQ(differing, 0) << (differing != 0 ? keepForInspection(c.name + "-merged", composed, merged) : "");
+}
+
 class DesktopMatrix : public ::testing::TestWithParam<DesktopCase> {};
 
 TEST_P(DesktopMatrix, EveryWindowOnceAtItsVisibleFrameWithItsPixelsInStackingOrder) {
@@ -306,6 +399,10 @@ TEST_P(DesktopMatrix, EveryWindowOnceAtItsVisibleFrameWithItsPixelsInStackingOrd
     expectStackingOrder(d, list);
     if (c.framesHoldDecorations) expectDesktopPictureShowsTheWindows(d, c, list);
     for (const auto& screen : d.server->screenList()) EXPECT_EQ(screen.backingScaleFactor, c.scale);
+    expectTheDocumentShowsTheDesktop(d, c, list, false);
+    // Above scale 1, points and pixels differ: framed layers must stand their
+    // margins' pixels up and left of the window.
+    if (c.scale != 1) expectTheDocumentShowsTheDesktop(d, c, list, true);
     if (c.expect) c.expect(d, list);
 }
 

@@ -10,7 +10,7 @@ export HOME="$work" XDG_CONFIG_HOME="$work/config"
 failures=0
 fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
 
-for name in one-screen two-screens busy-desktop; do
+for name in one-screen two-screens busy-desktop three-stacked three-offset four-grid; do
   "$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/$name.json" >"$work/$name.txt"
   diff -u "$PV_SOURCE_DIR/tests/expected/$name.txt" "$work/$name.txt" || fail "list of $name"
 done

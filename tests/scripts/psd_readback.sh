@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # labels: readers
 # Captures of every shipped fixture, grouped and ungrouped, with and without
-# shadows, read back with psd-tools and compared with what each fixture implies;
-# and a PNG capture read back with PIL.
+# shadows, read back with psd-tools and compared with what each fixture implies
+# (layers, their order and places, the merged image, and the layers composed
+# against the merged image); and a PNG capture read back with PIL.
 set -euo pipefail
 : "${PLENAVUE:?}" "${PV_SOURCE_DIR:?}"
 work="$(mktemp -d)"
@@ -32,6 +33,12 @@ for fixture in one-screen two-screens busy-desktop; do
   done
 done
 capture_and_check busy-desktop grouped shadow ignore-system
+# Three and four screens stacked, offset and in a grid: the grouped file with
+# shadows, and the ungrouped one whose layers must make the merged image.
+for fixture in three-stacked three-offset four-grid; do
+  capture_and_check "$fixture" grouped shadow
+  capture_and_check "$fixture" ungrouped no-shadow
+done
 
 # PNG: the desktop picture itself, straight alpha, at the fixture's scale.
 png="$work/desktop.png"

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <stdexcept>
 
@@ -70,6 +71,42 @@ std::vector<uint8_t> fromBase64(const std::string& text) {
         }
     }
     return out;
+}
+
+std::vector<ReadLayer> pixelLayersOf(const nlohmann::json& dump) {
+    std::vector<ReadLayer> out;
+    std::function<void(const nlohmann::json&)> walk = [&](const nlohmann::json& layers) {
+        for (const auto& l : layers) {
+            if (l.contains("children")) walk(l["children"]);
+            if (l["kind"] != "pixel") continue;
+            ReadLayer r{l["name"], l["left"], l["top"], l["right"], l["bottom"], {}};
+            if (l.contains("pixels") && l["pixels"].contains("rgba"))
+                r.rgba = fromBase64(l["pixels"]["rgba"].get<std::string>());
+            out.push_back(std::move(r));
+        }
+    };
+    walk(dump["layers"]);
+    return out;
+}
+
+Image premultipliedImage(const std::vector<uint8_t>& straightRgba, int width, int height) {
+    Image image(width, height);
+    if (straightRgba.size() < image.pixels.size()) return Image();
+    for (size_t i = 0; i < image.pixels.size(); i += 4) {
+        const unsigned a = straightRgba[i + 3];
+        for (int c = 0; c < 3; ++c) image.pixels[i + c] = static_cast<uint8_t>((straightRgba[i + c] * a + 127) / 255);
+        image.pixels[i + 3] = static_cast<uint8_t>(a);
+    }
+    return image;
+}
+
+Image composedLayers(const nlohmann::json& dump) {
+    Image canvas(dump["width"].get<int>(), dump["height"].get<int>());
+    for (const ReadLayer& layer : pixelLayersOf(dump)) {
+        const Image pixels = premultipliedImage(layer.rgba, layer.right - layer.left, layer.bottom - layer.top);
+        drawOver(canvas, pixels, layer.left, layer.top);
+    }
+    return canvas;
 }
 
 }  // namespace pv::test

@@ -1,6 +1,6 @@
 // The inventory and the capture rules on a real X server with two monitors:
-// screen nodes, the top-offset rule, spanning windows, and windows that go
-// away between the list and their picture.
+// screen nodes, spanning windows, and windows that go away between the list
+// and their picture.
 #include <gtest/gtest.h>
 
 #include "capture/window_collection.h"
@@ -45,7 +45,6 @@ TEST(InventoryOnX11, TwoMonitorsAndAWindowSpanningBoth) {
     EXPECT_EQ(screens[0]->dimensions, (Rect{0, 0, 1600, 900}));
     EXPECT_TRUE(screens[0]->isMainDisplay);
     EXPECT_EQ(screens[1]->dimensions, (Rect{1600, 0, 1280, 1200}));
-    EXPECT_FLOAT_EQ(inventory.measures.screenTopOffset, 300);
     EXPECT_FLOAT_EQ(inventory.measures.mainScreenHeight, 900);
 
     const auto main = titlesUnder(screens[0]);
