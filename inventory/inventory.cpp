@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "inventory/ascii_name.h"
+#include "inventory/node_name.h"
+#include "platform/unicode_text.h"
 
 namespace pv {
 
@@ -18,7 +19,7 @@ bool isSystemOwner(const std::string& name) {
 PVWindowElement::Ptr makeWindowNode(const WindowListEntry& entry) {
     auto node = std::make_shared<PVWindowElement>();
     node->kind = PVElementKindWindow;
-    node->name = asciiNodeName(entry.title.value_or("<no title>"), "<no title>");
+    node->name = nodeName(entry.title.value_or("<no title>"), "<no title>");
     node->eidi = entry.number;
     node->windowLevel = entry.layer;
     node->dimensions = retagged<AnySpace>(entry.bounds);
@@ -29,7 +30,10 @@ PVWindowElement::Ptr makeApplicationNode(const WindowListEntry& entry) {
     auto node = std::make_shared<PVWindowElement>();
     node->eidi = static_cast<uint32_t>(entry.ownerPID);
     node->kind = PVElementKindApplication;
-    node->name = asciiNodeName(entry.ownerName.value_or("<no owner>"), "<no owner>");
+    // The role is what the rules below compare; the name is what people read.
+    node->role = nodeName(entry.ownerName.value_or("<no owner>"), "<no owner>");
+    node->name = entry.applicationName ? nodeName(*entry.applicationName, node->role) : node->role;
+    node->iconName = sanitizedText(entry.applicationIcon.value_or(""));
     return node;
 }
 
@@ -41,7 +45,7 @@ Inventory::Inventory(WindowServer& server) : root(std::make_shared<PVWindowEleme
 
 std::string displayProductName(WindowServer& server, uint32_t displayId) {
     auto name = server.productName(displayId);
-    return name && !name->empty() ? *name : "Display";
+    return name && !name->empty() ? sanitizedText(*name) : "Display";
 }
 
 void Inventory::refreshScreenList() {
@@ -49,7 +53,7 @@ void Inventory::refreshScreenList() {
     measures.screenTopOffset = 0;
 
     root = std::make_shared<PVWindowElement>();
-    root->name = server_.hostName();
+    root->name = sanitizedText(server_.hostName());
     root->kind = PVElementKindRoot;
 
     const auto screens = server_.screenList();
@@ -112,14 +116,14 @@ void Inventory::fileWindow(const WindowListEntry& entry) {
         }
         window->setParent(app);
 
-        if (!isSystemOwner(app->name)) {
+        if (!isSystemOwner(app->role)) {
             app->addChild(window);
             continue;
         }
-        if (app->name == "Window Server" && window->name == "Desktop") continue;
+        if (app->role == "Window Server" && window->name == "Desktop") continue;
         // This system window reaches 20 points past its reported bounds on either side.
         if (window->name == "Oculith") window->dimensions = window->dimensions.insetBy(-20, 0);
-        window->isSystemWindow = app->name == "Finder" ? window->name == "<no title>" : true;
+        window->isSystemWindow = app->role == "Finder" ? window->name == "<no title>" : true;
         app->addChild(window);
     }
 }
