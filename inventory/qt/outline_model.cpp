@@ -13,7 +13,7 @@ QIcon applicationIcon(const std::string& iconName) {
     if (iconName.empty()) return {};
     const QString name = QString::fromStdString(iconName);
     if (name.startsWith('/')) return QFileInfo(name).isFile() ? QIcon(name) : QIcon();
-    return QIcon::fromTheme(name);
+    return QIcon::hasThemeIcon(name) ? QIcon::fromTheme(name) : QIcon();
 }
 
 }  // namespace
