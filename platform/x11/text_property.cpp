@@ -1,8 +1,13 @@
 #include "platform/x11/text_property.h"
 
+#include <iconv.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
 
 #include "platform/unicode_text.h"
 
@@ -13,13 +18,95 @@ namespace {
 constexpr char kEscape = 0x1B;
 constexpr uint8_t kCsi = 0x9B;
 
-// What a half of the code table (GL: 0x21..0x7E, GR: 0xA0..0xFF) holds.
-enum class Half {
-    Ascii,       // GL only
-    Latin1,      // GR only: ISO 8859-1's right half
-    OtherByte,   // a 94- or 96-character set we do not decode: one byte per character
-    OtherPair,   // a 94×94 set (JIS X 0208, GB 2312, KS C 5601): two bytes per character
+// Converts text in other character sets to UTF-8 through the C library's
+// iconv, one converter per set for the length of one decoding.
+class Converter {
+public:
+    Converter() = default;
+    Converter(const Converter&) = delete;
+    Converter& operator=(const Converter&) = delete;
+    ~Converter() {
+        for (auto& [name, cd] : open_)
+            if (cd != invalid()) iconv_close(cd);
+    }
+
+    // The UTF-8 text of bytes in charset; nullopt when the set is unknown
+    // here or the bytes are not valid in it.
+    std::optional<std::string> convert(const std::string& charset, std::string_view bytes) {
+        iconv_t cd = open(charset);
+        if (cd == invalid()) return std::nullopt;
+        iconv(cd, nullptr, nullptr, nullptr, nullptr);
+        std::string in(bytes);
+        std::string out(4 * bytes.size() + 8, '\0');
+        char* inPtr = in.data();
+        char* outPtr = out.data();
+        size_t inLeft = in.size(), outLeft = out.size();
+        if (iconv(cd, &inPtr, &inLeft, &outPtr, &outLeft) == static_cast<size_t>(-1) || inLeft != 0)
+            return std::nullopt;
+        out.resize(out.size() - outLeft);
+        return repairUtf8(out);
+    }
+
+private:
+    static iconv_t invalid() { return reinterpret_cast<iconv_t>(-1); }
+    iconv_t open(const std::string& charset) {
+        auto it = open_.find(charset);
+        if (it == open_.end()) it = open_.emplace(charset, iconv_open("UTF-8", charset.c_str())).first;
+        return it->second;
+    }
+    std::map<std::string, iconv_t> open_;
 };
+
+// What a half of the code table (GL: 0x21..0x7E, GR: 0xA0..0xFF) holds, and
+// how one of its characters is handed to iconv.
+struct CharacterSet {
+    enum Kind {
+        Ascii,      // GL only, as it is
+        Latin1,     // ISO 8859-1's right half, as it is
+        OneByte,    // a 94- or 96-character set: one byte, high bit set, in `iconvName`
+        TwoBytes,   // a 94×94 set: two bytes, high bits set, after `prefix` (if any), in an EUC encoding
+        JisRoman,   // ASCII but for ¥ and ‾
+        Unknown1,   // a set we cannot read: one byte per character
+        Unknown2,   // the same, two bytes per character
+    } kind = Ascii;
+    const char* iconvName = nullptr;
+    char prefix = 0;
+};
+
+// Final bytes of the 96-character sets (ESC - F) and the ISO 8859 parts they are.
+CharacterSet ninetySixSet(char final) {
+    static const std::map<char, const char*> sets{
+        {'B', "ISO-8859-2"},  {'C', "ISO-8859-3"},  {'D', "ISO-8859-4"},  {'F', "ISO-8859-7"},
+        {'G', "ISO-8859-6"},  {'H', "ISO-8859-8"},  {'L', "ISO-8859-5"},  {'M', "ISO-8859-9"},
+        {'V', "ISO-8859-10"}, {'T', "TIS-620"},     {'Y', "ISO-8859-13"}, {'_', "ISO-8859-14"},
+        {'b', "ISO-8859-15"}, {'f', "ISO-8859-16"},
+    };
+    if (final == 'A') return {CharacterSet::Latin1};
+    auto it = sets.find(final);
+    return it == sets.end() ? CharacterSet{CharacterSet::Unknown1} : CharacterSet{CharacterSet::OneByte, it->second};
+}
+
+// Final bytes of the 94×94 sets (ESC $ ( F, ESC $ ) F): GB 2312, JIS X 0208, KS C 5601, JIS X 0212.
+CharacterSet doubleByteSet(char final) {
+    switch (final) {
+    case 'A': return {CharacterSet::TwoBytes, "EUC-CN"};
+    case '@':
+    case 'B': return {CharacterSet::TwoBytes, "EUC-JP"};
+    case 'C': return {CharacterSet::TwoBytes, "EUC-KR"};
+    case 'D': return {CharacterSet::TwoBytes, "EUC-JP", '\x8F'};
+    default: return {CharacterSet::Unknown2};
+    }
+}
+
+// 94-character sets: ASCII, JIS X 0201 Roman and Katakana.
+CharacterSet ninetyFourSet(char final) {
+    switch (final) {
+    case 'B': return {CharacterSet::Ascii};
+    case 'J': return {CharacterSet::JisRoman};
+    case 'I': return {CharacterSet::OneByte, "EUC-JP", '\x8E'};
+    default: return {CharacterSet::Unknown1};
+    }
+}
 
 std::string lowercase(std::string_view text) {
     std::string out(text);
@@ -32,30 +119,28 @@ void appendReplacements(std::string& out, size_t count) {
 }
 
 // An extended segment's text: "name STX text", octetsPerCharacter 0 for a
-// variable number.
-void appendExtendedSegment(std::string& out, std::string_view segment, int octetsPerCharacter) {
+// variable number. Named sets iconv knows ("koi8-r", "big5-0") are read too.
+void appendExtendedSegment(std::string& out, std::string_view segment, int octetsPerCharacter, Converter& converter) {
     const size_t stx = segment.find('\x02');
     if (stx == std::string_view::npos) return appendReplacements(out, 1);
-    const std::string name = lowercase(segment.substr(0, stx));
+    std::string name = lowercase(segment.substr(0, stx));
     const std::string_view text = segment.substr(stx + 1);
-    if (name == "utf-8" || (name == "iso10646-1" && octetsPerCharacter == 0)) {
-        out += repairUtf8(text);
-    } else if (name == "iso10646-1" && octetsPerCharacter == 2) {
-        for (size_t k = 0; k + 1 < text.size(); k += 2)
-            appendUtf8(out, static_cast<char32_t>(static_cast<uint8_t>(text[k]) << 8 | static_cast<uint8_t>(text[k + 1])));
-    } else if (name == "iso8859-1") {
-        out += latin1ToUtf8(text);
-    } else {
-        appendReplacements(out, octetsPerCharacter > 0 ? (text.size() + octetsPerCharacter - 1) / octetsPerCharacter : 1);
-    }
+    if (name == "utf-8" || (name == "iso10646-1" && octetsPerCharacter == 0)) return void(out += repairUtf8(text));
+    if (name == "iso8859-1") return void(out += latin1ToUtf8(text));
+    if (name == "iso10646-1" && octetsPerCharacter == 2) name = "UCS-2BE";
+    if (name.ends_with("-0")) name.resize(name.size() - 2);  // X's registry-encoding form: "big5-0"
+    if (auto text8 = converter.convert(name, text)) return void(out += *text8);
+    const size_t width = octetsPerCharacter > 0 ? static_cast<size_t>(octetsPerCharacter) : text.size();
+    appendReplacements(out, width > 0 ? (text.size() + width - 1) / width : 1);
 }
 
 }  // namespace
 
 std::string decodeCompoundText(std::string_view in) {
     std::string out;
-    Half gl = Half::Ascii;
-    Half gr = Half::Latin1;
+    Converter converter;
+    CharacterSet gl{CharacterSet::Ascii};
+    CharacterSet gr{CharacterSet::Latin1};
     size_t i = 0;
     const size_t n = in.size();
     const auto byteAt = [&](size_t k) { return static_cast<uint8_t>(in[k]); };
@@ -71,15 +156,15 @@ std::string decodeCompoundText(std::string_view in) {
             const char final = in[k];
             i = k + 1;
             if (intermediates == "(") {
-                gl = final == 'B' ? Half::Ascii : Half::OtherByte;
+                gl = ninetyFourSet(final);
             } else if (intermediates == ")") {
-                gr = Half::OtherByte;
+                gr = ninetyFourSet(final);
             } else if (intermediates == "-") {
-                gr = final == 'A' ? Half::Latin1 : Half::OtherByte;
+                gr = ninetySixSet(final);
             } else if (intermediates == "$(" || intermediates == "$") {
-                gl = Half::OtherPair;
+                gl = doubleByteSet(final);
             } else if (intermediates == "$)") {
-                gr = Half::OtherPair;
+                gr = doubleByteSet(final);
             } else if (intermediates == "%" && final == 'G') {
                 // UTF-8 up to ESC % @ (ESC never occurs inside UTF-8).
                 const size_t end = in.find("\x1b%@", i);
@@ -89,7 +174,7 @@ std::string decodeCompoundText(std::string_view in) {
                 if (i + 2 > n) break;
                 const size_t length = static_cast<size_t>(byteAt(i) & 0x7F) << 7 | (byteAt(i + 1) & 0x7F);
                 const std::string_view segment = in.substr(i + 2, std::min(length, n - i - 2));
-                appendExtendedSegment(out, segment, final - '0');
+                appendExtendedSegment(out, segment, final - '0', converter);
                 i += 2 + segment.size();
             }
             continue;  // other sequences switch nothing we decode
@@ -106,17 +191,35 @@ std::string decodeCompoundText(std::string_view in) {
             ++i;
             continue;
         }
-        const Half half = b < 0x80 ? gl : gr;
-        if (half == Half::Ascii) {
-            out.push_back(static_cast<char>(b));
-        } else if (half == Half::Latin1) {
-            appendUtf8(out, b);
-        } else {
+        const CharacterSet& set = b < 0x80 ? gl : gr;
+        const auto high = static_cast<char>(b | 0x80);
+        // A two-byte character takes its second byte from the same half.
+        const bool pair = i + 1 < n && (byteAt(i + 1) & 0x80) == (b & 0x80) && (byteAt(i + 1) & 0x7F) > 0x20 &&
+                          (byteAt(i + 1) & 0x7F) < 0x7F;
+        switch (set.kind) {
+        case CharacterSet::Ascii: out.push_back(static_cast<char>(b)); break;
+        case CharacterSet::Latin1: appendUtf8(out, b); break;
+        case CharacterSet::JisRoman:
+            appendUtf8(out, (b & 0x7F) == 0x5C ? U'\u00A5' : (b & 0x7F) == 0x7E ? U'\u203E' : char32_t(b & 0x7F));
+            break;
+        case CharacterSet::OneByte: {
+            const std::string bytes = set.prefix ? std::string{set.prefix, high} : std::string{high};
+            out += converter.convert(set.iconvName, bytes).value_or("\xEF\xBF\xBD");
+            break;
+        }
+        case CharacterSet::TwoBytes: {
+            std::string bytes = set.prefix ? std::string{set.prefix} : std::string();
+            bytes += high;
+            if (pair) bytes += static_cast<char>(in[i + 1] | 0x80);
+            out += (pair ? converter.convert(set.iconvName, bytes) : std::nullopt).value_or("\xEF\xBF\xBD");
+            if (pair) ++i;
+            break;
+        }
+        case CharacterSet::Unknown1: appendUtf8(out, kReplacementCharacter); break;
+        case CharacterSet::Unknown2:
             appendUtf8(out, kReplacementCharacter);
-            // A two-byte character takes its second byte from the same half.
-            if (half == Half::OtherPair && i + 1 < n && (byteAt(i + 1) & 0x80) == (b & 0x80) &&
-                (byteAt(i + 1) & 0x7F) > 0x20 && (byteAt(i + 1) & 0x7F) < 0x7F)
-                ++i;
+            if (pair) ++i;
+            break;
         }
         ++i;
     }

@@ -17,12 +17,14 @@ enum class TextEncoding {
 // are kept; sanitizedText removes them where names are made.
 std::string decodeTextProperty(std::string_view bytes, TextEncoding encoding);
 
-// COMPOUND_TEXT. Decoded: ASCII and ISO 8859-1 (the initial state, and
-// ESC ( B, ESC - A), UTF-8 segments (ESC % G ... ESC % @) and extended
-// segments (ESC % / F M L name STX ...) named "utf-8", "iso10646-1" or
-// "iso8859-1". Every character of another character set (ESC - F for Greek,
-// ESC $ ( B for JIS X 0208, ...) becomes one U+FFFD; direction sequences
-// (CSI ... ]) and unknown escape sequences are dropped.
+// COMPOUND_TEXT: ISO 2022 segments. ASCII and ISO 8859-1 (the initial state,
+// ESC ( B, ESC - A) and UTF-8 segments (ESC % G ... ESC % @) are read here;
+// the other ISO 8859 parts (ESC - F), JIS X 0201 (ESC ( J, ESC ) I), GB 2312,
+// JIS X 0208, KS C 5601 and JIS X 0212 (ESC $ ( F, ESC $ ) F) and extended
+// segments (ESC % / F M L name STX ...) of any set the C library's iconv
+// knows through iconv. Each character of a set neither knows becomes one
+// U+FFFD; direction sequences (CSI ... ]) and unknown escape sequences are
+// dropped.
 std::string decodeCompoundText(std::string_view bytes);
 
 }  // namespace pv::x11

@@ -4,7 +4,7 @@
 # ImageMagick the composite plus every pixel layer (it drops groups by design),
 # GIMP one top-level group per application run with the windows inside.
 # Names: on a private X server, windows titled through every encoding a client
-# may use (UTF8_STRING, STRING, COMPOUND_TEXT, escape sequences, a title past
+# may use (UTF8_STRING, STRING, xterm's COMPOUND_TEXT, escape sequences, a title past
 # 127 characters) and a program named by its desktop entry in German read the
 # same in `plenavue list`, `list --json`, psd-tools and GIMP (both read the
 # Unicode name block); ImageMagick, which reads only the records' own names,
@@ -51,10 +51,15 @@ Xvfb -displayfd 3 -screen 0 1400x900x24 -nolisten tcp -noreset 3>"$work/display"
 pids+=("$!")
 wait_for grep -q . "$work/display" || fail "Xvfb did not start"
 display=":$(head -n1 "$work/display")"
-for i in 1 2 3 4 5 6; do
+for i in 1 2 4 5 6; do
   DISPLAY="$display" xlogo -name "pv-$i" -title "pv-$i" -geometry "180x120+$((i * 200 - 180))+$((i * 100))" >/dev/null 2>&1 &
   pids+=("$!")
 done
+# xterm titles itself in COMPOUND_TEXT (national sets where they hold the
+# characters, UTF-8 segments for the rest) and sets no _NET_WM_NAME.
+export PV_CT_TITLE="Ünï — ✓ 😀 日本語 Ωμέγα Кириллица end"
+DISPLAY="$display" LC_ALL=C.UTF-8 xterm -name pv-3 -title "$PV_CT_TITLE" -geometry 30x5+420+300 -e sleep 600 >/dev/null 2>&1 &
+pids+=("$!")
 mkdir -p "$work/data/applications"
 printf '[Desktop Entry]\nType=Application\nName=Logo\nName[de]=Zeichnung \xe2\x9c\x93\n' \
   >"$work/data/applications/pv-1.desktop"
@@ -79,7 +84,7 @@ long_title = "x" * 126 + "\u65e5" * 5
 cases = [  # property, xprop format, type xprop must write, text, name the tree shows
     ("_NET_WM_NAME", "8u", "UTF8_STRING", "\u00dcn\u00efc\u00f6d\u00e9 \u2014 \u65e5\u672c\u8a9e \u2713 \U0001F600", None),
     ("WM_NAME", "8s", "STRING", "Z\u00fcrich \u00a9 caf\u00e9", None),
-    ("WM_NAME", "8t", "COMPOUND_TEXT", "\u00dcn\u00ef \u2014 \u2713 \U0001F600 end", None),
+    ("WM_NAME", None, "COMPOUND_TEXT", os.environ["PV_CT_TITLE"], None),
     ("WM_NAME", "8u", "UTF8_STRING", "\u03a9\u03bc\u03ad\u03b3\u03b1 \u2014 \u4e2d\u6587", None),
     ("_NET_WM_NAME", "8u", "UTF8_STRING", "\x1b]0;owned\x07\x1b[31mRed\x1b[0m\x7f tail", "]0;owned[31mRed[0m tail"),
     ("_NET_WM_NAME", "8u", "UTF8_STRING", long_title, long_title[:127]),
@@ -88,7 +93,8 @@ names = []
 for i, (prop, fmt, kind, text, shown) in enumerate(cases, 1):
     w = window(i)
     # xprop writes a STRING's bytes as given: Latin-1, as such a client's are.
-    xprop("-id", w, "-f", prop, fmt, "-set", prop, text.encode("latin-1") if fmt == "8s" else text)
+    if fmt:
+        xprop("-id", w, "-f", prop, fmt, "-set", prop, text.encode("latin-1") if fmt == "8s" else text)
     written = xprop("-id", w, prop)
     if "(%s)" % kind not in written:
         raise SystemExit("pv-%d: xprop wrote %s" % (i, written.strip()))

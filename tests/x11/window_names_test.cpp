@@ -107,10 +107,12 @@ TEST_F(WindowNames, TitlesInEveryEncodingReadTheSame) {
         {"WM_NAME in COMPOUND_TEXT", "", "", "COMPOUND_TEXT",
          "\xDCni \x1b$(BF|K\\\x1b(B \x1b%G" + checkMark + "\x1b%@ \x1b%G" + smile + "\x1b%@ \x1b-F\xD9 \x1b%G" + dash +
              "\x1b%@ end",
-         "\xC3\x9Cni " + kFFFD + kFFFD + " " + checkMark + " " + smile + " " + kFFFD + " " + dash + " end", ""},
-        {"COMPOUND_TEXT extended segments", "", "", "COMPOUND_TEXT",
-         std::string("a\x1b%/0\x80\x89utf-8\x02\xE2\x86\x92 b\x1b%/1\x80\x8Biso8859-1\x02\xE9 c\x1b%/1\x80\x8Akoi8-r\x02\xC1\xC2\xC3 d\x9b" "1]e"),
-         "a\xE2\x86\x92 b\xC3\xA9 c" + kFFFD + kFFFD + kFFFD + " de", ""},
+         "\xC3\x9Cni \xE6\x97\xA5\xE6\x9C\xAC " + checkMark + " " + smile + " \xCE\xA9 " + dash + " end", ""},
+        // Extended segments, known and unknown sets, a direction change, GB 2312 and CNS 11643 in GR.
+        {"COMPOUND_TEXT segments", "", "", "COMPOUND_TEXT",
+         std::string("a\x1b%/0\x80\x89utf-8\x02\xE2\x86\x92 b\x1b%/1\x80\x8Biso8859-1\x02\xE9 c\x1b%/1\x80\x8Akoi8-r\x02"
+                     "\xC1\xC2\xC3 d\x1b%/2\x80\x8Cx-unknown\x02\xA1\xA2 e\x9b" "1]f\x1b$)A\xD6\xD0\x1b$)G\xC4\xA1"),
+         "a\xE2\x86\x92 b\xC3\xA9 c\xD0\xB0\xD0\xB1\xD1\x86 d" + kFFFD + " ef\xE4\xB8\xAD" + kFFFD, ""},
         {"_NET_WM_NAME of the wrong type", "STRING", "wrong", "STRING", "Right title", "Right title", ""},
         {"empty _NET_WM_NAME", "UTF8_STRING", "", "STRING", "Fallback", "Fallback", ""},
         {"invalid UTF-8", "UTF8_STRING", "ab\xFF\xC3 end", "", "", "ab" + kFFFD + kFFFD + " end", ""},
