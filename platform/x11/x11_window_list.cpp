@@ -131,13 +131,10 @@ WindowClass readClass(X11Connection& conn, xcb_window_t client) {
 // entry's, else its class, else its process name.
 void nameProgram(X11Connection& conn, xcb_window_t client, const WindowClass& windowClass,
                  const DesktopEntries* applications, WindowListEntry& e) {
-    ProgramIdentity program;
     if (applications) {
-        program.applicationId =
-            repairUtf8(conn.readBytes(client, conn.atom("_GTK_APPLICATION_ID"), conn.atom("UTF8_STRING")).value_or(""));
-        program.instance = windowClass.instance;
-        program.className = windowClass.className;
-        program.executable = processExecutable(e.ownerPID).value_or("");
+        const ProgramIdentity program{
+            repairUtf8(conn.readBytes(client, conn.atom("_GTK_APPLICATION_ID"), conn.atom("UTF8_STRING")).value_or("")),
+            windowClass.instance, windowClass.className, processExecutable(e.ownerPID).value_or("")};
         if (const DesktopEntry* entry = applications->match(program)) {
             e.applicationName = entry->name;
             if (!entry->icon.empty()) e.applicationIcon = entry->icon;

@@ -39,25 +39,15 @@ for node in (root, main, apps["Editor"], wide[0]):
                          "isMainDisplay", "isSystemWindow", "children"}, sorted(node)
 PY
 
-# Names as people read them: Unicode kept, the program's own name on its group
-# with the role beside it, and not one control character reaching the terminal.
+# names.json's expected text above holds its Unicode and no control character;
+# the JSON keeps the role the rules compare and the icon beside the shown name.
 "$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/names.json" --json >"$work/names.json"
-/usr/bin/python3 - "$work/names.txt" "$work/names.json" <<'PY' || fail "names"
-import json, re, sys
-text = open(sys.argv[1], "rb").read()
-bad = re.findall(rb"[\x00-\x09\x0b-\x1f\x7f]|\xc2[\x80-\x9f]", text)
-assert not bad, "control characters in the text outline: %r" % bad
-root = json.load(open(sys.argv[2]))
-apps = {a["name"]: a for a in root["children"][0]["children"]}
+/usr/bin/python3 - "$work/names.json" <<'PY' || fail "names in JSON"
+import json, sys
+apps = {a["name"]: a for a in json.load(open(sys.argv[1]))["children"][0]["children"]}
 assert apps["Panel"]["role"] == "Dock" and apps["Panel"]["icon"] == "org.xfce.panel", apps["Panel"]
 assert apps["Panel"]["children"][0]["isSystemWindow"]
-assert apps["\u00c9diteur \u2713"]["role"] == "Editor"
-titles = [w["name"] for a in apps.values() for w in a["children"]]
-assert "\u00dcn\u00efc\u00f6d\u00e9 \u2014 \u65e5\u672c\u8a9e \u2713" in titles, titles
-assert "smile \U0001F600 and more \U0001F600" in titles, titles
-assert "]0;owned[31mred[0m 2J done" in titles, titles
-assert "a" * 126 + "\u65e5" in titles, titles
-assert root["children"][0]["name"] == "\u00c9cran[5m"
+assert apps["\u00c9diteur \u2713"]["role"] == "Editor" and apps["\u00c9diteur \u2713"]["icon"] == ""
 PY
 
 # Bad fixtures: a non-zero exit and one line naming the file.

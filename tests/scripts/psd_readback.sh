@@ -34,7 +34,6 @@ done
 capture_and_check busy-desktop grouped shadow ignore-system
 # Names in many scripts: whole in the Unicode name blocks, "?" in the records' own names.
 capture_and_check names grouped no-shadow
-capture_and_check names ungrouped no-shadow
 
 # PNG: the desktop picture itself, straight alpha, at the fixture's scale.
 png="$work/desktop.png"
