@@ -8,6 +8,7 @@
 #include "document/layer_preparation.h"
 #include "document/unpremultiply.h"
 #include "platform/build_info.h"
+#include "platform/unicode_text.h"
 
 namespace pv {
 
@@ -39,6 +40,22 @@ std::string xmlEscaped(const std::string& text) {
 
 size_t namePadding(size_t n) { return (4 - (n + 1) % 4) % 4; }
 
+// The Unicode layer name block: "8BIMluni", the data length, the count of
+// UTF-16 code units, the code units big-endian, zeros to a multiple of 4.
+size_t unicodeNameDataSize(size_t units) { return (4 + 2 * units + 3) / 4 * 4; }
+
+void appendUnicodeName(std::vector<uint8_t>& b, const std::string& name) {
+    const std::u16string units = utf8ToUtf16(name);
+    const size_t size = unicodeNameDataSize(units.size());
+    appendBytes(b, "8BIMluni");
+    appendValue(b, static_cast<int64_t>(size), 4);
+    appendValue(b, static_cast<int64_t>(units.size()), 4);
+    for (char16_t u : units) appendValue(b, u, 2);
+    b.insert(b.end(), size - 4 - 2 * units.size(), 0);
+}
+
+size_t unicodeNameBlockSize(const std::string& name) { return 12 + unicodeNameDataSize(utf8ToUtf16(name).size()); }
+
 // The rectangle a record states: a pixel layer's bounds, a marker's zero rectangle.
 std::optional<LayerPixelBounds> recordBounds(const LayerElement& e) {
     if (e.type != LayerTypePixel) return LayerPixelBounds{};
@@ -65,12 +82,14 @@ void appendLayerRecord(std::vector<uint8_t>& b, const LayerElement& e, const Lay
     const std::string name = psdLayerName(e.name);
     const size_t pad = namePadding(name.size());
     const size_t divider = e.type == LayerTypeGroupStart ? 16 : e.type == LayerTypeGroupEnd ? 24 : 0;
-    appendValue(b, static_cast<int64_t>(8 + 1 + name.size() + pad + divider), 4);
+    const size_t unicodeName = unicodeNameBlockSize(e.name);
+    appendValue(b, static_cast<int64_t>(8 + 1 + name.size() + pad + unicodeName + divider), 4);
     appendValue(b, 0, 4);  // layer mask data
     appendValue(b, 0, 4);  // layer blending ranges
     b.push_back(static_cast<uint8_t>(name.size()));
     appendBytes(b, name);
     b.insert(b.end(), pad, 0);
+    appendUnicodeName(b, e.name);
     if (e.type == LayerTypeGroupStart) {
         appendBytes(b, "8BIMlsct");
         appendValue(b, 4, 4);
@@ -208,7 +227,7 @@ std::string psdLayerName(const std::string& name) {
 size_t layerRecordSize(const LayerElement& entry) {
     const size_t n = psdLayerName(entry.name).size();
     const size_t divider = entry.type == LayerTypeGroupStart ? 16 : entry.type == LayerTypeGroupEnd ? 24 : 0;
-    return 66 + 1 + n + namePadding(n) + divider;
+    return 66 + 1 + n + namePadding(n) + unicodeNameBlockSize(entry.name) + divider;
 }
 
 std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& title, int width, int height,

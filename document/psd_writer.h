@@ -30,8 +30,10 @@ std::string asciiText(const std::string& utf8);
 // one-byte length, the padding and the bytes agree.
 std::string psdLayerName(const std::string& name);
 
-// Size in bytes of the layer record written for `entry`: 67 + n + p for a
-// pixel layer, 16 more for a group start, 24 more for a group end.
+// Size in bytes of the layer record written for `entry`: 67 + n + p + u for
+// a pixel layer, 16 more for a group start, 24 more for a group end; u is
+// the Unicode name block, 12 + 4 + 2 × (UTF-16 units of the name) rounded up
+// to a multiple of 4.
 size_t layerRecordSize(const LayerElement& entry);
 
 // The XMP packet: the template with every "XMP_CREATOR", "XMP_DATE",

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "inventory/ascii_name.h"
+#include "inventory/node_name.h"
+#include "platform/unicode_text.h"
 
 namespace pv {
 
@@ -17,7 +18,7 @@ PVWindowElement::Ptr makeWindowNode(const WindowListEntry& entry, uint32_t listP
     auto node = std::make_shared<PVWindowElement>();
     node->listPosition = listPosition;
     node->kind = PVElementKindWindow;
-    node->name = asciiNodeName(entry.title.value_or("<no title>"), "<no title>");
+    node->name = nodeName(entry.title.value_or("<no title>"), "<no title>");
     node->eidi = entry.number;
     node->windowLevel = entry.layer;
     node->dimensions = retagged<AnySpace>(entry.bounds);
@@ -28,7 +29,10 @@ PVWindowElement::Ptr makeApplicationNode(const WindowListEntry& entry) {
     auto node = std::make_shared<PVWindowElement>();
     node->eidi = static_cast<uint32_t>(entry.ownerPID);
     node->kind = PVElementKindApplication;
-    node->name = asciiNodeName(entry.ownerName.value_or("<no owner>"), "<no owner>");
+    // The role is what the rules below compare; the name is what people read.
+    node->role = nodeName(entry.ownerName.value_or("<no owner>"), "<no owner>");
+    node->name = entry.applicationName ? nodeName(*entry.applicationName, node->role) : node->role;
+    node->iconName = sanitizedText(entry.applicationIcon.value_or(""));
     return node;
 }
 
@@ -38,14 +42,14 @@ Inventory::Inventory(WindowServer& server) : root(std::make_shared<PVWindowEleme
 
 std::string displayProductName(WindowServer& server, uint32_t displayId) {
     auto name = server.productName(displayId);
-    return name && !name->empty() ? *name : "Display";
+    return name && !name->empty() ? sanitizedText(*name) : "Display";
 }
 
 void Inventory::refreshScreenList() {
     measures.maxBackingScale = 0;
 
     root = std::make_shared<PVWindowElement>();
-    root->name = server_.hostName();
+    root->name = sanitizedText(server_.hostName());
     root->kind = PVElementKindRoot;
 
     const auto screens = server_.screenList();
@@ -101,16 +105,16 @@ void Inventory::fileWindow(const WindowListEntry& entry, uint32_t listPosition) 
         }
         window->setParent(app);
 
-        if (!isSystemOwner(app->name)) {
+        if (!isSystemOwner(app->role)) {
             app->addChild(window);
             continue;
         }
-        if (app->name == "Window Server" && window->name == "Desktop") continue;
+        if (app->role == "Window Server" && window->name == "Desktop") continue;
         // This system window reaches 20 points past its reported bounds on either side
         // (once, however many screens it stands on).
         if (window->name == "Oculith" && window->screens.size() == 1)
             window->dimensions = window->dimensions.insetBy(-20, 0);
-        window->isSystemWindow = app->name == "Finder" ? window->name == "<no title>" : true;
+        window->isSystemWindow = app->role == "Finder" ? window->name == "<no title>" : true;
         app->addChild(window);
     }
 }

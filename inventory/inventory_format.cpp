@@ -20,6 +20,10 @@ nlohmann::ordered_json toJson(const PVWindowElement& node) {
     j["eidi"] = node.eidi;
     j["name"] = node.name;
     j["displayName"] = node.displayName();
+    if (node.kind == PVElementKindApplication) {
+        j["role"] = node.role;
+        j["icon"] = node.iconName;
+    }
     j["dimensions"] = {d.x, d.y, d.width, d.height};
     j["windowLevel"] = node.windowLevel;
     j["scaling"] = node.scaling;

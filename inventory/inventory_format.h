@@ -12,7 +12,8 @@ namespace pv {
 std::string inventoryToText(const PVWindowElement& root);
 
 // The tree with kind, eidi, name, displayName, dimensions, windowLevel,
-// scaling, isMainDisplay, isSystemWindow and children of every node.
+// scaling, isMainDisplay, isSystemWindow and children of every node, and
+// role and icon of application nodes.
 std::string inventoryToJson(const PVWindowElement& root);
 
 }  // namespace pv

@@ -57,6 +57,12 @@ public:
     ImagePtr shot;    // window nodes: the captured picture, empty until taken
     ImagePtr shadow;  // never set; kept for completeness of the record
     std::string name = "Name";
+    // Application nodes: the owner the inventory's rules compare ("Dock",
+    // "Window Server", a class name), while name is what people call the
+    // program; and its icon, an icon-theme name or an absolute file path
+    // (empty when unknown).
+    std::string role;
+    std::string iconName;
     // Window nodes: every screen the bounds touch, in screen-list order. Back
     // links: the tree owns its screens, the windows only point at them, so an
     // old tree goes as a whole when nobody holds it.

@@ -248,6 +248,8 @@ void readWindows(const Reader& r, const json& root, FixtureDesktop::Data& d) {
         e.ownerName = r.optionalText(w, "ownerName", path);
         e.ownerPID = r.integer<int32_t>(r.member(w, "ownerPID", path + ".ownerPID"), path + ".ownerPID");
         e.title = r.optionalText(w, "title", path);
+        e.applicationName = r.optionalText(w, "applicationName", path);
+        e.applicationIcon = r.optionalText(w, "applicationIcon", path);
         e.layer = w.contains("layer") ? r.integer<int32_t>(w["layer"], path + ".layer") : 0;
         e.sharingState = w.contains("sharingState") ? r.integer<int32_t>(w["sharingState"], path + ".sharingState") : 1;
         e.bounds = r.rect<WindowSpace>(r.member(w, "bounds", path + ".bounds"), path + ".bounds");

@@ -31,6 +31,12 @@ struct WindowListEntry {
     int32_t layer = 0;
     WindowRect bounds;  // top-down points, origin at the main screen's top-left corner
     int32_t ownerPID = 0;
+    // What people call the owning program (its desktop entry's Name, else its
+    // class or process name); the inventory shows ownerName when unset.
+    // ownerName stays what the inventory's rules compare ("Dock" for a panel).
+    std::optional<std::string> applicationName;
+    // The owning program's icon: an icon-theme name or an absolute file path.
+    std::optional<std::string> applicationIcon;
 };
 
 // Thrown by a window server that can no longer answer at all (for instance an

@@ -1,6 +1,22 @@
 #include "inventory/qt/outline_model.h"
 
+#include <QFileInfo>
+#include <QIcon>
+
 namespace pv {
+
+namespace {
+
+// An application's icon: a file given by its absolute path, else the icon
+// theme's (and its fallbacks') icon of that name.
+QIcon applicationIcon(const std::string& iconName) {
+    if (iconName.empty()) return {};
+    const QString name = QString::fromStdString(iconName);
+    if (name.startsWith('/')) return QFileInfo(name).isFile() ? QIcon(name) : QIcon();
+    return QIcon::hasThemeIcon(name) ? QIcon::fromTheme(name) : QIcon();
+}
+
+}  // namespace
 
 struct OutlineModel::Row {
     PVWindowElement::Ptr node;
@@ -117,6 +133,10 @@ QVariant OutlineModel::data(const QModelIndex& index, int role) const {
         return QString::fromStdString(node->displayName());
     case Qt::ToolTipRole:
         return QString::fromStdString(node->description());
+    case Qt::DecorationRole:
+        if (node->kind != PVElementKindApplication) return {};
+        if (QIcon icon = applicationIcon(node->iconName); !icon.isNull()) return icon;
+        return {};
     default:
         return {};
     }

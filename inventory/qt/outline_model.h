@@ -1,7 +1,8 @@
 #pragma once
 // The outline's rows over an inventory tree: row 0 is the root node, each
 // row's children are its node's children in order, and a row's text is its
-// node's display name. Every row can be selected; none can be edited.
+// node's display name; application rows show the program's icon where one is
+// known. Every row can be selected; none can be edited.
 //
 // A window that touches two screens is one node filed under two application
 // nodes, so it has two rows; the model keeps its own tree of rows and does

@@ -3,6 +3,7 @@
 #include <xcb/res.h>
 
 #include <bit>
+#include <filesystem>
 #include <fstream>
 
 namespace pv::x11 {
@@ -50,6 +51,16 @@ std::optional<std::string> processName(int32_t pid) {
     std::string name;
     if (!std::getline(comm, name) || name.empty()) return std::nullopt;
     return name;
+}
+
+std::optional<std::string> processExecutable(int32_t pid) {
+    if (pid <= 0 || pid >= kDerivedClientBase) return std::nullopt;
+    std::error_code error;
+    std::string path = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", error).string();
+    if (error || path.empty()) return processName(pid);
+    // The kernel marks an executable replaced since the process started (an upgrade).
+    if (const std::string deleted = " (deleted)"; path.ends_with(deleted)) path.resize(path.size() - deleted.size());
+    return path;
 }
 
 }  // namespace pv::x11

@@ -28,4 +28,8 @@ int32_t clientNumber(uint32_t window, uint32_t resourceIdMask);
 // The kernel's name of a local process (/proc/PID/comm); nullopt when unknown.
 std::optional<std::string> processName(int32_t pid);
 
+// The path of a local process's executable (/proc/PID/exe), else its name;
+// nullopt when unknown.
+std::optional<std::string> processExecutable(int32_t pid);
+
 }  // namespace pv::x11

@@ -20,7 +20,7 @@ const char* const kKnownAtoms[] = {
     "_NET_WM_WINDOW_TYPE_COMBO", "_NET_WM_WINDOW_TYPE_DND", "_NET_WM_WINDOW_TYPE_NORMAL",
     "_NET_WM_STATE_ABOVE", "_NET_WM_STATE_BELOW", "_NET_WM_STATE_MODAL", "_NET_WM_STATE_HIDDEN",
     "_NET_WM_STATE_FULLSCREEN", "_NET_WM_CM_S0", "RESOURCE_MANAGER", "EDID", "WM_STATE",
-    "_PLENAVUE_NO_CAPTURE",
+    "_PLENAVUE_NO_CAPTURE", "COMPOUND_TEXT", "_GTK_APPLICATION_ID",
 };
 
 // "NAME: REASON" for a connection that failed with code.
@@ -133,6 +133,8 @@ std::optional<std::string> X11Connection::readBytes(xcb_window_t w, xcb_atom_t p
                                                    xcb_atom_t* actualType) {
     auto r = get(xcb_get_property_reply, xcb_get_property(c_, 0, w, property, type, 0, 1u << 20));
     if (!r || r->type == XCB_ATOM_NONE || r->format != 8) return std::nullopt;
+    // A property of another type comes back with its type and no bytes: absent for this reader.
+    if (type != XCB_ATOM_ANY && r->type != type) return std::nullopt;
     if (actualType) *actualType = r->type;
     const auto* bytes = static_cast<const char*>(xcb_get_property_value(r.get()));
     return std::string(bytes, static_cast<size_t>(xcb_get_property_value_length(r.get())));

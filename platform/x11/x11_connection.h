@@ -66,7 +66,8 @@ public:
 
     // Property readers; nullopt when the property is absent or of another format.
     std::optional<std::vector<uint32_t>> readCardinals(xcb_window_t w, xcb_atom_t property, xcb_atom_t type);
-    // type may be XCB_ATOM_ANY; actualType, when given, receives the type found.
+    // type may be XCB_ATOM_ANY; a property of another type counts as absent.
+    // actualType, when given, receives the type found.
     std::optional<std::string> readBytes(xcb_window_t w, xcb_atom_t property, xcb_atom_t type,
                                          xcb_atom_t* actualType = nullptr);
 

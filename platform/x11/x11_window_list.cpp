@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <deque>
 
+#include "platform/unicode_text.h"
 #include "platform/x11/client_identity.h"
 #include "platform/x11/no_capture_mark.h"
+#include "platform/x11/text_property.h"
 #include "platform/x11/visible_frame.h"
 #include "platform/x11/window_role.h"
 
@@ -97,37 +99,49 @@ std::vector<std::string> atomNames(X11Connection& conn, xcb_window_t w, const ch
     return names;
 }
 
-std::string latin1ToUtf8(const std::string& text) {
-    std::string out;
-    for (unsigned char ch : text) {
-        if (ch < 0x80) {
-            out.push_back(static_cast<char>(ch));
-        } else {
-            out.push_back(static_cast<char>(0xC0 | (ch >> 6)));
-            out.push_back(static_cast<char>(0x80 | (ch & 0x3F)));
-        }
-    }
-    return out;
-}
-
 std::optional<std::string> readTitle(X11Connection& conn, xcb_window_t client) {
-    if (auto name = conn.readBytes(client, conn.atom("_NET_WM_NAME"), conn.atom("UTF8_STRING"))) return name;
+    // _NET_WM_NAME only as UTF8_STRING; of any other type, or empty, WM_NAME says it.
+    if (auto name = conn.readBytes(client, conn.atom("_NET_WM_NAME"), conn.atom("UTF8_STRING")); name && !name->empty())
+        return repairUtf8(*name);
     xcb_atom_t type = XCB_ATOM_NONE;
     auto name = conn.readBytes(client, XCB_ATOM_WM_NAME, XCB_ATOM_ANY, &type);
     if (!name) return std::nullopt;
-    return type == XCB_ATOM_STRING ? latin1ToUtf8(*name) : *name;
+    const TextEncoding encoding = type == XCB_ATOM_STRING                 ? TextEncoding::Latin1
+                                  : type == conn.atom("COMPOUND_TEXT") ? TextEncoding::CompoundText
+                                                                        : TextEncoding::Utf8;
+    return decodeTextProperty(*name, encoding);
 }
 
 // WM_CLASS holds "instance\0class\0"; the class part names the application.
-std::optional<std::string> readClassName(X11Connection& conn, xcb_window_t client) {
+struct WindowClass {
+    std::string instance, className;
+};
+
+WindowClass readClass(X11Connection& conn, xcb_window_t client) {
     auto value = conn.readBytes(client, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING);
-    if (!value) return std::nullopt;
+    if (!value) return {};
     const size_t split = value->find('\0');
-    if (split == std::string::npos) return std::nullopt;
+    if (split == std::string::npos) return {latin1ToUtf8(*value), {}};
     std::string className = value->substr(split + 1);
     if (const size_t end = className.find('\0'); end != std::string::npos) className.resize(end);
-    if (className.empty()) return std::nullopt;
-    return className;
+    return {latin1ToUtf8(value->substr(0, split)), latin1ToUtf8(className)};
+}
+
+// What people call the program behind a window, and its icon: its desktop
+// entry's, else its class, else its process name.
+void nameProgram(X11Connection& conn, xcb_window_t client, const WindowClass& windowClass,
+                 const DesktopEntries* applications, WindowListEntry& e) {
+    if (applications) {
+        const ProgramIdentity program{
+            repairUtf8(conn.readBytes(client, conn.atom("_GTK_APPLICATION_ID"), conn.atom("UTF8_STRING")).value_or("")),
+            windowClass.instance, windowClass.className, processExecutable(e.ownerPID).value_or("")};
+        if (const DesktopEntry* entry = applications->match(program)) {
+            e.applicationName = entry->name;
+            if (!entry->icon.empty()) e.applicationIcon = entry->icon;
+            return;
+        }
+    }
+    e.applicationName = !windowClass.className.empty() ? std::optional(windowClass.className) : processName(e.ownerPID);
 }
 
 WindowRole roleOf(X11Connection& conn, const TopLevel& top) {
@@ -137,15 +151,20 @@ WindowRole roleOf(X11Connection& conn, const TopLevel& top) {
 }
 
 WindowListEntry readEntry(X11Connection& conn, const TopLevel& top, const DesktopLayout& layout, bool hasXRes,
-                          const WindowRole& role) {
+                          const WindowRole& role, const DesktopEntries* applications) {
     WindowListEntry e;
     e.number = top.client;
     e.sharingState = hasNoCaptureMark(conn, top.client) ? 0 : 1;
     e.layer = role.layer;
     e.ownerPID = windowOwnerPid(conn, top.client, hasXRes);
     e.title = role.title ? role.title : readTitle(conn, top.client);
-    e.ownerName = role.owner ? role.owner : readClassName(conn, top.client);
-    if (!e.ownerName) e.ownerName = processName(e.ownerPID);
+    const WindowClass windowClass = readClass(conn, top.client);
+    // System windows keep the owner the inventory's rules know; every window
+    // is shown under its real program's name.
+    e.ownerName = role.owner ? role.owner
+                  : !windowClass.className.empty() ? std::optional(windowClass.className)
+                                                   : processName(e.ownerPID);
+    nameProgram(conn, top.client, windowClass, applications, e);
     e.bounds = layout.toPoints(top.visible);
     return e;
 }
@@ -225,12 +244,12 @@ std::optional<TopLevel> topLevelOf(X11Connection& conn, xcb_window_t number) {
 }
 
 std::vector<ListedWindow> readWindows(X11Connection& conn, const std::vector<MonitorBox>& monitors,
-                                      const DesktopLayout& layout, bool hasXRes) {
+                                      const DesktopLayout& layout, bool hasXRes, const DesktopEntries* applications) {
     std::vector<ListedWindow> windows;
     std::vector<int32_t> kindLayers;
     for (const TopLevel& top : onScreenTopLevels(conn, monitors)) {
         const WindowRole role = roleOf(conn, top);
-        windows.push_back({readEntry(conn, top, layout, hasXRes, role), top});
+        windows.push_back({readEntry(conn, top, layout, hasXRes, role, applications), top});
         kindLayers.push_back(role.layer);
     }
     const std::vector<int32_t> levels = stackingLevels(kindLayers);
@@ -239,9 +258,11 @@ std::vector<ListedWindow> readWindows(X11Connection& conn, const std::vector<Mon
 }
 
 std::vector<WindowListEntry> readWindowList(X11Connection& conn, const std::vector<MonitorBox>& monitors,
-                                            const DesktopLayout& layout, bool hasXRes) {
+                                            const DesktopLayout& layout, bool hasXRes,
+                                            const DesktopEntries* applications) {
     std::vector<WindowListEntry> entries;
-    for (ListedWindow& w : readWindows(conn, monitors, layout, hasXRes)) entries.push_back(std::move(w.entry));
+    for (ListedWindow& w : readWindows(conn, monitors, layout, hasXRes, applications))
+        entries.push_back(std::move(w.entry));
     return entries;
 }
 

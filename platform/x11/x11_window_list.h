@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "platform/desktop_entries.h"
 #include "platform/window_server.h"
 #include "platform/x11/desktop_layout.h"
 #include "platform/x11/x11_connection.h"
@@ -54,10 +55,15 @@ struct ListedWindow {
 };
 
 // One entry per on-screen top level, with the layers of stackingLevels();
-// windows that vanish while being read are dropped.
+// windows that vanish while being read are dropped. Titles are decoded from
+// _NET_WM_NAME (UTF8_STRING), else WM_NAME (STRING, COMPOUND_TEXT or
+// UTF8_STRING); each entry's applicationName and applicationIcon come from
+// the desktop entry that applications (may be null) matches to its program.
 std::vector<ListedWindow> readWindows(X11Connection& conn, const std::vector<MonitorBox>& monitors,
-                                      const DesktopLayout& layout, bool hasXRes);
+                                      const DesktopLayout& layout, bool hasXRes,
+                                      const DesktopEntries* applications = nullptr);
 std::vector<WindowListEntry> readWindowList(X11Connection& conn, const std::vector<MonitorBox>& monitors,
-                                            const DesktopLayout& layout, bool hasXRes);
+                                            const DesktopLayout& layout, bool hasXRes,
+                                            const DesktopEntries* applications = nullptr);
 
 }  // namespace pv::x11

@@ -81,6 +81,8 @@ X11WindowServer::X11WindowServer(std::unique_ptr<X11Connection> conn) : conn_(st
     reader_ = std::make_unique<DrawableReader>(*conn_);
     pixels_ = std::make_unique<WindowPixels>(*conn_, *reader_);
     pixels_->prepare();
+    // Read from the environment once; the entries themselves on the first list.
+    applications_ = std::make_unique<DesktopEntryCache>(DesktopEntryCache::fromEnvironment());
 }
 
 X11WindowServer::~X11WindowServer() = default;
@@ -112,7 +114,8 @@ std::vector<WindowListEntry> X11WindowServer::windowList() {
     std::lock_guard lock(mutex_);
     conn_->drainEvents();
     const auto monitorBoxes = boxes(monitors());
-    return readWindowList(*conn_, monitorBoxes, layoutFor(monitorBoxes, readBackingScale(*conn_)), hasXRes_);
+    return readWindowList(*conn_, monitorBoxes, layoutFor(monitorBoxes, readBackingScale(*conn_)), hasXRes_,
+                          &applications_->current());
 }
 
 std::optional<std::vector<uint32_t>> X11WindowServer::displaysOfRect(const WindowRect& bounds, uint32_t maxCount) {

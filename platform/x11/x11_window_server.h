@@ -23,6 +23,8 @@ struct RootBox;
 
 namespace pv {
 
+class DesktopEntryCache;
+
 class X11WindowServer : public WindowServer {
 public:
     // displayName empty: $DISPLAY. nullptr with *error ("cannot open X display
@@ -56,6 +58,7 @@ private:
     std::unique_ptr<x11::DrawableReader> reader_;
     std::unique_ptr<x11::WindowPixels> pixels_;
     bool hasXRes_ = false;
+    std::unique_ptr<DesktopEntryCache> applications_;  // names and icons of programs, from $XDG_DATA_DIRS
 };
 
 }  // namespace pv

@@ -1,6 +1,12 @@
 // The outline's rows over an inventory tree.
 #include <gtest/gtest.h>
 
+#include <QDir>
+#include <QFile>
+#include <QIcon>
+#include <QImage>
+#include <QTemporaryDir>
+
 #include <functional>
 
 #include "inventory/qt/outline_model.h"
@@ -71,6 +77,52 @@ TEST(OutlineModel, RowTextIsTheDisplayName) {
     const QModelIndex left = model.index(0, 0, model.index(0, 0));
     EXPECT_EQ(model.data(left).toString(), QStringLiteral("Left (x:0, y:0, w:1440, h:900, non-retina, main)"));
     EXPECT_EQ(model.data(model.index(0, 0)).toString(), QStringLiteral("studio"));
+}
+
+// Application rows carry their program's icon: from the icon theme by name,
+// or a file by its absolute path; names show as they are.
+TEST(OutlineModel, ApplicationRowsShowTheirProgramsIconAndName) {
+    const QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const QString theme = dir.filePath("icons/pv-test");
+    ASSERT_TRUE(QDir().mkpath(theme + "/16x16/apps"));
+    QFile index(theme + "/index.theme");
+    ASSERT_TRUE(index.open(QIODevice::WriteOnly));
+    index.write("[Icon Theme]\nName=pv-test\nDirectories=16x16/apps\n\n[16x16/apps]\nSize=16\nType=Fixed\n");
+    index.close();
+    const auto filled = [](const QString& path, Qt::GlobalColor colour) {
+        QImage image(16, 16, QImage::Format_ARGB32);
+        image.fill(colour);
+        return image.save(path);
+    };
+    ASSERT_TRUE(filled(theme + "/16x16/apps/pv-viewer.png", Qt::red));
+    ASSERT_TRUE(filled(dir.filePath("editor.png"), Qt::blue));
+    const QStringList searchPaths = QIcon::themeSearchPaths();
+    const QString themeName = QIcon::themeName();
+    QIcon::setThemeSearchPaths({dir.filePath("icons")});
+    QIcon::setThemeName("pv-test");
+
+    auto t = test::sampleTree();
+    t.viewer->name = "Visionneuse \xE2\x9C\x93";
+    t.viewer->iconName = "pv-viewer";
+    t.leftEditor->iconName = dir.filePath("editor.png").toStdString();
+    t.terminal->iconName = "pv-no-such-icon";
+    t.notes->iconName = "pv-viewer";  // only application rows show one
+    OutlineModel model;
+    model.setRoot(t.root);
+    const auto colourOf = [&](const PVWindowElement::Ptr& node) {
+        const QVariant icon = model.data(model.indexOf(node.get()), Qt::DecorationRole);
+        return icon.isValid() ? icon.value<QIcon>().pixmap(16).toImage().pixelColor(8, 8) : QColor();
+    };
+    EXPECT_EQ(colourOf(t.viewer), QColor(Qt::red));
+    EXPECT_EQ(colourOf(t.leftEditor), QColor(Qt::blue));
+    EXPECT_FALSE(model.data(model.indexOf(t.terminal.get()), Qt::DecorationRole).isValid());
+    EXPECT_FALSE(model.data(model.indexOf(t.notes.get()), Qt::DecorationRole).isValid());
+    EXPECT_FALSE(model.data(model.indexOf(t.photo.get()), Qt::DecorationRole).isValid());
+    EXPECT_EQ(model.data(model.indexOf(t.viewer.get())).toString(), QString::fromUtf8("Visionneuse \u2713 (pid: 422)"));
+
+    QIcon::setThemeSearchPaths(searchPaths);
+    QIcon::setThemeName(themeName);
 }
 
 TEST(OutlineModel, EveryRowIsSelectableAndNoneIsEditable) {

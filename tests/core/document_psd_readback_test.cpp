@@ -50,8 +50,9 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
     const std::vector<Source> sources{
         {"Overlay", "", {0, 0, 2, 2}, pvtest::solid(2, 2, 0, 128, 0, 128)},
         {"Untitled", "Editor", {1, 1, 4, 3}, translucent(4, 3, 7)},
-        {"Caf\xC3\xA9 notes", "Editor", {3, 2, 5, 4}, pvtest::solid(5, 4, 200, 100, 50, 255)},
-        {"Inbox", "Mail", {6, 4, 6, 5}, translucent(6, 5, 99)},
+        {"Caf\xC3\xA9 notes \xE2\x80\x94 \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80", "Editor", {3, 2, 5, 4},
+         pvtest::solid(5, 4, 200, 100, 50, 255)},
+        {"Inbox", "Mail \xE2\x9C\x89", {6, 4, 6, 5}, translucent(6, 5, 99)},
     };
     std::vector<LayerPtr> layers;
     int32_t depth = 0;
@@ -95,7 +96,8 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
     const json& top = doc["layers"];
     ASSERT_EQ(top.size(), 3u) << top.dump(1);
     EXPECT_EQ(top[0]["kind"], "group");
-    EXPECT_EQ(top[0]["name"], "Mail");
+    EXPECT_EQ(top[0]["name"], "Mail \xE2\x9C\x89");
+    EXPECT_EQ(top[0]["pascal_name"], "Mail ?");
     EXPECT_EQ(top[0]["blend_mode"], "pass_through");
     EXPECT_EQ(top[1]["kind"], "group");
     EXPECT_EQ(top[1]["name"], "Editor");
@@ -115,7 +117,8 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
     for (const auto& e : expectations) {
         SCOPED_TRACE(e.source.name);
         EXPECT_EQ(e.node["kind"], "pixel");
-        EXPECT_EQ(e.node["name"], psdLayerName(e.source.name));
+        EXPECT_EQ(e.node["name"], e.source.name);  // the Unicode name block, exactly
+        EXPECT_EQ(e.node["pascal_name"], psdLayerName(e.source.name));
         EXPECT_TRUE(e.node["visible"].get<bool>());
         EXPECT_EQ(e.node["opacity"], 255);
         EXPECT_EQ(e.node["left"], e.source.at.x);
@@ -124,7 +127,7 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersPixelsAndComposite) {
         EXPECT_EQ(e.node["bottom"], e.source.at.y + e.source.at.height);
         EXPECT_EQ(test::fromBase64(e.node["pixels"]["rgba"].get<std::string>()), straight(e.source.pixels));
     }
-    EXPECT_EQ(top[1]["children"][0]["name"], "Caf? notes");
+    EXPECT_EQ(top[1]["children"][0]["pascal_name"], "Caf? notes ? ?? ?");
 
     EXPECT_EQ(test::fromBase64(doc["merged"]["rgba"].get<std::string>()), expectedComposite);
 }

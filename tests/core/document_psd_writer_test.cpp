@@ -10,6 +10,7 @@
 #include <regex>
 #include <set>
 
+#include "document/byte_buffer.h"
 #include "document/file_naming.h"
 #include "document/layer_preparation.h"
 #include "document/merged_image.h"
@@ -36,7 +37,10 @@ struct Record {
     uint32_t extraLength;
     std::string name;
     Bytes padding;
-    Bytes divider;  // what follows the name inside the extra data
+    uint32_t unicodeLength = 0;  // the luni block's data length
+    std::u16string unicodeName;  // its UTF-16 code units
+    Bytes unicodePadding;        // what follows them inside the block
+    Bytes divider;               // the other blocks after the name inside the extra data
     size_t size;
 };
 
@@ -85,7 +89,26 @@ Record readRecord(Reader& r) {
     rec.name = r.text(nameLength);
     const size_t pad = (4 - (nameLength + 1u) % 4) % 4;
     rec.padding = r.take(pad);
-    rec.divider = r.take(rec.extraLength - (r.pos - extraStart));
+    // Tagged blocks: signature, key, length, data.
+    while (r.pos < extraStart + rec.extraLength) {
+        const std::string signature = r.text(4), key = r.text(4);
+        const uint32_t length = r.u32();
+        const Bytes data = r.take(length);
+        if (key != "luni") {
+            rec.divider.insert(rec.divider.end(), signature.begin(), signature.end());
+            rec.divider.insert(rec.divider.end(), key.begin(), key.end());
+            pv::appendValue(rec.divider, length, 4);
+            rec.divider.insert(rec.divider.end(), data.begin(), data.end());
+            continue;
+        }
+        EXPECT_EQ(signature, "8BIM");
+        rec.unicodeLength = length;
+        Reader block{data};
+        const uint32_t units = block.u32();
+        for (uint32_t k = 0; k < units; ++k) rec.unicodeName.push_back(static_cast<char16_t>(block.u16()));
+        rec.unicodePadding = block.take(block.left());
+    }
+    EXPECT_EQ(r.pos, extraStart + rec.extraLength);
     rec.size = r.pos - start;
     return rec;
 }
@@ -191,12 +214,13 @@ TEST(PSDWriter, WorkedExampleOfOneOpaquePixel) {
 
     // Everything after the resources, byte for byte.
     const Bytes rest{
-        0, 0, 0, 0x68, 0, 0, 0, 0x60, 0xFF, 0xFF,
+        0, 0, 0, 0x7C, 0, 0, 0, 0x74, 0xFF, 0xFF,
         // record
         0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 4,
         0, 0, 0, 0, 0, 6, 0, 1, 0, 0, 0, 6, 0, 2, 0, 0, 0, 6, 0xFF, 0xFF, 0, 0, 0, 6,
         '8', 'B', 'I', 'M', 'n', 'o', 'r', 'm', 0xFF, 0, 0, 0,
-        0, 0, 0, 0x0C, 0, 0, 0, 0, 0, 0, 0, 0, 1, 'A', 0, 0,
+        0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0, 0, 1, 'A', 0, 0,
+        '8', 'B', 'I', 'M', 'l', 'u', 'n', 'i', 0, 0, 0, 8, 0, 0, 0, 1, 0, 'A', 0, 0,
         // channel data
         0, 1, 0, 2, 0, 0x0A, 0, 1, 0, 2, 0, 0x14, 0, 1, 0, 2, 0, 0x1E, 0, 1, 0, 2, 0, 0xFF,
         // global layer mask info
@@ -279,8 +303,9 @@ TEST(PSDWriter, NamesArePaddedSoTheirLengthByteAndBytesMakeAMultipleOfFour) {
         const Record r = parse(w.file).records.at(0);
         EXPECT_EQ(r.name, c.name);
         EXPECT_EQ(r.padding, Bytes(c.padding, 0)) << "name \"" << c.name << "\"";
-        EXPECT_EQ(r.extraLength, 9 + c.name.size() + c.padding);
-        EXPECT_EQ(r.size, 67 + c.name.size() + c.padding);
+        const size_t unicode = 12 + (4 + 2 * c.name.size() + 3) / 4 * 4;
+        EXPECT_EQ(r.extraLength, 9 + c.name.size() + c.padding + unicode);
+        EXPECT_EQ(r.size, 67 + c.name.size() + c.padding + unicode);
         EXPECT_TRUE(r.divider.empty());
     }
 }
@@ -318,7 +343,8 @@ TEST(PSDWriter, GroupIsWrittenAsDividerLayersBottomUpThenFolder) {
     EXPECT_EQ(divider.flags, 0x18);
     EXPECT_EQ(std::tie(divider.top, divider.left, divider.bottom, divider.right), std::make_tuple(0, 0, 0, 0));
     EXPECT_EQ(divider.divider, (Bytes{'8', 'B', 'I', 'M', 'l', 's', 'c', 't', 0, 0, 0, 4, 0, 0, 0, 3}));
-    EXPECT_EQ(divider.extraLength, 25 + 6 + 1u);
+    EXPECT_EQ(divider.extraLength, 25 + 6 + 1 + 28u);  // "Editor" in the Unicode block: 12 + 4 + 12
+    EXPECT_EQ(divider.unicodeName, u"Editor");
     EXPECT_EQ(p.channelData[0], Bytes(8, 0));
 
     EXPECT_EQ(p.records[1].name, "bottom");
@@ -331,7 +357,8 @@ TEST(PSDWriter, GroupIsWrittenAsDividerLayersBottomUpThenFolder) {
     EXPECT_EQ(folder.flags, 0x18);
     EXPECT_EQ(folder.divider, (Bytes{'8', 'B', 'I', 'M', 'l', 's', 'c', 't', 0, 0, 0, 12, 0, 0, 0, 2,
                                      '8', 'B', 'I', 'M', 'p', 'a', 's', 's'}));
-    EXPECT_EQ(folder.extraLength, 33 + 6 + 1u);
+    EXPECT_EQ(folder.extraLength, 33 + 6 + 1 + 28u);
+    EXPECT_EQ(folder.unicodeName, u"Editor");
     for (const auto& ch : folder.channels) EXPECT_EQ(ch.second, 2u);
 
     EXPECT_EQ(w.statuses, (std::vector<std::string>{"Writing: Editor", "Writing: bottom", "Writing: top",
@@ -436,6 +463,49 @@ TEST(PSDNames, ALongNonASCIINameIsWrittenConsistently) {
     EXPECT_EQ(r.size, layerRecordSize(*layer));
     // The status line keeps the name as given.
     EXPECT_EQ(w.statuses.at(0), "Writing: " + name);
+}
+
+// Each record keeps its ASCII Pascal name and adds the whole name as UTF-16
+// in a Unicode name block, group markers too; every length counts it.
+TEST(PSDNames, EveryRecordCarriesTheWholeNameInItsUnicodeBlock) {
+    struct Case {
+        std::string name;
+        std::string pascal;
+        std::u16string units;
+    };
+    const std::vector<Case> cases{
+        {"Untitled", "Untitled", u"Untitled"},
+        {"\xC3\x9Cn\xC3\xAF \xE2\x80\x94 \xE6\x97\xA5\xE6\x9C\xAC \xE2\x9C\x93", "?n? ? ?? ?", u"\u00DCn\u00EF \u2014 \u65E5\u672C \u2713"},
+        {"smile \xF0\x9F\x98\x80", "smile ?", u"smile \xD83D\xDE00"},  // a surrogate pair, two units
+        {"", "", u""},
+        {"bad \xFF", "bad ?", u"bad \uFFFD"},
+        {[] { std::string s; for (int i = 0; i < 300; ++i) s += "\xC3\xA9"; return s; }(), std::string(255, '?'),
+         std::u16string(300, u'\u00E9')},
+    };
+    std::vector<LayerPtr> layers{makeGroupMarker(LayerTypeGroupEnd, cases[1].name)};
+    for (const Case& c : cases) layers.push_back(prepared(pvtest::pixelLayer(c.name, 0, 0, 1, 1, {0, 0, 0, 255})));
+    layers.push_back(makeGroupMarker(LayerTypeGroupStart, cases[1].name));
+
+    pvtest::ScratchDir dir;
+    auto w = write(dir / "u.psd", {1, 1}, {0, 0, 0, 255}, layers);
+    ASSERT_TRUE(w.result.ok) << w.result.error;
+    const ParsedPSD p = parse(w.file);
+    ASSERT_EQ(p.records.size(), layers.size());
+    for (size_t i = 0; i < p.records.size(); ++i) {
+        const Record& r = p.records[i];
+        const LayerElement& layer = *layers[layers.size() - 1 - i];  // the file holds the bottom first
+        const Case& c = i == 0 || i + 1 == p.records.size() ? cases[1] : cases[cases.size() - i];
+        SCOPED_TRACE(c.pascal);
+        EXPECT_EQ(r.name, c.pascal);
+        EXPECT_EQ(r.unicodeName, c.units);
+        EXPECT_EQ(r.unicodeLength % 4, 0u);
+        EXPECT_EQ(r.unicodeLength, 4 + 2 * c.units.size() + r.unicodePadding.size());
+        EXPECT_LT(r.unicodePadding.size(), 4u);
+        EXPECT_EQ(r.unicodePadding, Bytes(r.unicodePadding.size(), 0));
+        EXPECT_EQ(r.size, layerRecordSize(layer));
+    }
+    EXPECT_EQ(p.records.front().divider.size(), 16u);  // the bounding divider's lsct block follows
+    EXPECT_EQ(p.records.back().divider.size(), 24u);
 }
 
 TEST(XmpPacket, FillsEveryPlaceholderAndPadsToAnEvenLength) {

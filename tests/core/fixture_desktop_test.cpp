@@ -29,7 +29,7 @@ std::vector<int> rgba(const Image& image, int x, int y) {
 }
 
 TEST(FixtureDesktop, EveryShippedFixtureLoads) {
-    for (const char* name : {"one-screen.json", "two-screens.json", "busy-desktop.json"}) {
+    for (const char* name : {"one-screen.json", "two-screens.json", "busy-desktop.json", "names.json"}) {
         SCOPED_TRACE(name);
         auto desktop = FixtureDesktop::load(fixture(name));
         EXPECT_FALSE(desktop->screenList().empty());

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "inventory/ascii_name.h"
+#include "inventory/node_name.h"
 #include "inventory/inventory.h"
 #include "inventory/inventory_format.h"
 #include "tests/core/fake_window_server.h"
@@ -221,27 +221,75 @@ TEST_F(InventoryTest, TextOutlineIndentsTwoSpacesPerLevel) {
               "      Untitled (x:100, y:40, w:800, h:600)\n");
 }
 
-// ---- ASCII names --------------------------------------------------------------
+// ---- names people read ---------------------------------------------------------
 
-TEST(AsciiNodeName, ReplacesEachNonAsciiCodePointWithOneSubstitute) {
-    EXPECT_EQ(asciiNodeName("Café – Menü", "f"), "Caf? ? Men?");
-    EXPECT_EQ(asciiNodeName("日本", "f"), "??");
-    EXPECT_EQ(asciiNodeName("😀", "fallback"), "fallback");  // one substitute is too short
-    EXPECT_EQ(asciiNodeName("a\xff", "f"), "a?");            // a stray byte counts as one character
+// The rules compare the owner's role; the tree shows the program's own name.
+TEST_F(InventoryTest, ApplicationsShowTheirProgramsNameWhileTheRulesSeeTheirRole) {
+    auto& panel = server.addWindow(1, "Dock", 10, "Panel top", {0, 0, 1440, 30}, 20);
+    panel.applicationName = "Panel";
+    panel.applicationIcon = "org.xfce.panel";
+    server.addWindow(2, "Window Server", 30, "Desktop", {0, 0, 1440, 900}, -2147483624).applicationName = "Desktop";
+    server.addWindow(3, "Gtk3-demo", 40, "Demo", {100, 100, 300, 200}).applicationName = "GTK Demo";
+    server.addWindow(4, "XLogo", 50, "xlogo", {100, 100, 300, 200}).applicationName = "\x1b\x07";  // nothing readable: the role shows
+    auto s = refresh()->children()[0];
+    ASSERT_EQ(namesOf(s), (std::vector<std::string>{"Panel", "GTK Demo", "XLogo"}));  // the desktop window is not filed
+    const auto dock = s->children()[0];
+    EXPECT_EQ(dock->role, "Dock");
+    EXPECT_EQ(dock->iconName, "org.xfce.panel");
+    EXPECT_TRUE(dock->children()[0]->isSystemWindow);
+    EXPECT_EQ(s->children()[1]->role, "Gtk3-demo");
+
+    inventory.ignoreSystemWindows = true;
+    EXPECT_EQ(namesOf(refresh()->children()[0]), (std::vector<std::string>{"GTK Demo", "XLogo"}));
 }
 
-TEST(AsciiNodeName, CutsAt127BytesAndAtNul) {
-    const std::string longTitle(200, 'x');
-    EXPECT_EQ(asciiNodeName(longTitle, "f"), std::string(127, 'x'));
-    EXPECT_EQ(asciiNodeName(std::string("ab\0cd", 5), "f"), "ab");
-    EXPECT_EQ(asciiNodeName(std::string("a\0cd", 4), "f"), "f");
-    EXPECT_EQ(asciiNodeName(std::string(126, 'x') + "é", "f"), std::string(126, 'x') + "?");
+// Whatever a window server reports, no control character reaches the tree,
+// the text outline or the JSON; Unicode stays as it is.
+TEST_F(InventoryTest, ControlCharactersNeverReachTheTreeOrItsPrintedForms) {
+    server.host = "host\x07name";
+    server.productNames[1] = "LCD\r\n";
+    server.addWindow(11, "Edit\x9b" "or", 311, "\x1b]0;pwned\x07\x1b[31mR\xC3\xA9sum\xC3\xA9\x7f \xE2\x80\x94 \xE6\x97\xA5\xE6\x9C\xAC",
+                     {100, 40, 800, 600})
+        .applicationName = "\xC2\x9b" "Editor\tPro";  // C1 CSI as UTF-8, and a tab
+    const auto root = refresh();
+    EXPECT_EQ(inventoryToText(*root),
+              "hostname\n"
+              "  LCD (x:0, y:0, w:1440, h:900, retina, main)\n"
+              "    EditorPro (pid: 311)\n"
+              "      ]0;pwned[31mR\xC3\xA9sum\xC3\xA9 \xE2\x80\x94 \xE6\x97\xA5\xE6\x9C\xAC (x:100, y:40, w:800, h:600)\n");
+    const auto app = root->children()[0]->children()[0];
+    EXPECT_EQ(app->role, "Edit\xEF\xBF\xBDor");  // a stray byte is repaired, not dropped
+    const std::string json = inventoryToJson(*root);
+    EXPECT_NE(json.find("\"name\": \"]0;pwned[31mR\xC3\xA9sum\xC3\xA9 \xE2\x80\x94 \xE6\x97\xA5\xE6\x9C\xAC\""), std::string::npos) << json;
+    EXPECT_EQ(json.find("\\u00"), std::string::npos) << json;  // nothing left to escape
 }
 
-TEST(AsciiNodeName, FewerThanTwoCharactersGiveTheFallback) {
-    EXPECT_EQ(asciiNodeName("", "<no title>"), "<no title>");
-    EXPECT_EQ(asciiNodeName("Q", "<no title>"), "<no title>");
-    EXPECT_EQ(asciiNodeName("Qt", "<no title>"), "Qt");
+// Names are cut to 127 characters, never inside one; fewer than two give the fallback.
+TEST(NodeName, CutsToCharactersKeepsUnicodeAndFallsBackBelowTwo) {
+    const std::string e = "\xC3\xA9", kanji = "\xE6\x97\xA5", smile = "\xF0\x9F\x98\x80";
+    const auto times = [](const std::string& s, int n) {
+        std::string out;
+        for (int i = 0; i < n; ++i) out += s;
+        return out;
+    };
+    struct Case {
+        std::string in, out;
+    };
+    for (const Case& c : {
+             Case{"Caf\xC3\xA9 \xE2\x80\x94 Men\xC3\xBC", "Caf\xC3\xA9 \xE2\x80\x94 Men\xC3\xBC"},
+             Case{std::string(200, 'x'), std::string(127, 'x')},
+             Case{std::string(126, 'x') + kanji + kanji, std::string(126, 'x') + kanji},  // a 3-byte character at the cut
+             Case{times(smile, 130), times(smile, 127)},                                 // 508 bytes: characters count
+             Case{times(e, 126) + "\x1b" + smile + "z", times(e, 126) + smile},        // controls go before the cut
+             Case{std::string("ab\0cd", 5), "ab"},
+             Case{std::string("a\0cd", 4), "fallback"},
+             Case{smile, "fallback"},
+             Case{"\x1b\x1b", "fallback"},
+             Case{"Qt", "Qt"},
+             Case{"a\xff", "a\xEF\xBF\xBD"},
+         }) {
+        EXPECT_EQ(nodeName(c.in, "fallback"), c.out) << c.in;
+    }
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ export HOME="$work" XDG_CONFIG_HOME="$work/config"
 failures=0
 fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
 
-for name in one-screen two-screens busy-desktop three-stacked three-offset four-grid; do
+for name in one-screen two-screens busy-desktop three-stacked three-offset four-grid names; do
   "$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/$name.json" >"$work/$name.txt"
   diff -u "$PV_SOURCE_DIR/tests/expected/$name.txt" "$work/$name.txt" || fail "list of $name"
 done
@@ -37,6 +37,17 @@ assert len(wide) == 1 and wide[0]["eidi"] == 108
 for node in (root, main, apps["Editor"], wide[0]):
     assert set(node) >= {"kind", "eidi", "name", "displayName", "dimensions", "windowLevel", "scaling",
                          "isMainDisplay", "isSystemWindow", "children"}, sorted(node)
+PY
+
+# names.json's expected text above holds its Unicode and no control character;
+# the JSON keeps the role the rules compare and the icon beside the shown name.
+"$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/names.json" --json >"$work/names.json"
+/usr/bin/python3 - "$work/names.json" <<'PY' || fail "names in JSON"
+import json, sys
+apps = {a["name"]: a for a in json.load(open(sys.argv[1]))["children"][0]["children"]}
+assert apps["Panel"]["role"] == "Dock" and apps["Panel"]["icon"] == "org.xfce.panel", apps["Panel"]
+assert apps["Panel"]["children"][0]["isSystemWindow"]
+assert apps["\u00c9diteur \u2713"]["role"] == "Editor" and apps["\u00c9diteur \u2713"]["icon"] == ""
 PY
 
 # Bad fixtures: a non-zero exit and one line naming the file.

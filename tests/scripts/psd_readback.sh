@@ -39,6 +39,8 @@ for fixture in three-stacked three-offset four-grid; do
   capture_and_check "$fixture" grouped shadow
   capture_and_check "$fixture" ungrouped no-shadow
 done
+# Names in many scripts: whole in the Unicode name blocks, "?" in the records' own names.
+capture_and_check names grouped no-shadow
 
 # PNG: the desktop picture itself, straight alpha, at the fixture's scale.
 png="$work/desktop.png"

@@ -20,10 +20,20 @@ from psd_tools import PSDImage
 SYSTEM_OWNERS = ("Finder", "Dock", "Window Server", "SystemUIServer")
 
 
-def ascii_name(text, fallback):
-    out = "".join(c if ord(c) < 128 else "?" for c in text)
-    out = out.split("\0")[0][:127]
+def node_name(text, fallback):
+    """A name as the tree shows it: cut at NUL, without control characters, 127 characters at most."""
+    out = "".join(c for c in text.split("\0")[0] if not (ord(c) < 0x20 or 0x7F <= ord(c) <= 0x9F))[:127]
     return out if len(out) > 1 else fallback
+
+
+def pascal_name(name):
+    """The record's own name: one byte per character, '?' outside ASCII, 255 at most."""
+    return "".join(c if ord(c) < 128 else "?" for c in name)[:255]
+
+
+def read_name(layer):
+    """The layer's whole name as psd-tools reads it, surrogate pairs joined."""
+    return layer.name.encode("utf-16-be", "surrogatepass").decode("utf-16-be")
 
 
 class Desktop:
@@ -88,7 +98,7 @@ def inventory(desktop, ignore_system):
             continue
         window = {
             "entry": entry,
-            "name": ascii_name(entry.get("title", "<no title>"), "<no title>"),
+            "name": node_name(entry.get("title", "<no title>"), "<no title>"),
             "bounds": list(entry["bounds"]),
             "level": entry.get("layer", 0),
             "position": position,
@@ -104,19 +114,22 @@ def inventory(desktop, ignore_system):
             window["scaling"] = max(s["backingScaleFactor"] for s in slots)
             app = next((a for a in apps if a.pid == entry["ownerPID"]), None)
             if app is None:
-                app = Node(ascii_name(owner if owner is not None else "<no owner>", "<no owner>"), screen)
+                role = node_name(owner if owner is not None else "<no owner>", "<no owner>")
+                shown = entry.get("applicationName")
+                app = Node(role if shown is None else node_name(shown, role), screen)
+                app.role = role
                 app.pid = entry["ownerPID"]
                 apps.append(app)
             window["parent"] = app
-            if app.name not in ("Dock", "Finder", "Window Server"):
+            if app.role not in ("Dock", "Finder", "Window Server"):
                 app.children.append(window)
                 continue
-            if app.name == "Window Server" and window["name"] == "Desktop":
+            if app.role == "Window Server" and window["name"] == "Desktop":
                 continue
             if window["name"] == "Oculith" and len(slots) == 1:
                 window["bounds"][0] -= 20
                 window["bounds"][2] += 40
-            window["system"] = window["name"] == "<no title>" if app.name == "Finder" else True
+            window["system"] = window["name"] == "<no title>" if app.role == "Finder" else True
             app.children.append(window)
     return [(screen, [a for a in apps if a.children]) for screen, apps in tree]
 
@@ -265,8 +278,8 @@ def main(argv):
             problems.append("groups: expected %d, found %d" % (len(runs), len(groups)))
         for group, (_, members) in zip(groups, runs):
             name = members[0]["group_name"]
-            if not group.is_group() or group.name != name:
-                problems.append("group %r (%s): expected a group named %r" % (group.name, group.kind, name))
+            if not group.is_group() or read_name(group) != name or group._record.name != pascal_name(name):
+                problems.append("group %r (%s): expected a group named %r" % (read_name(group), group.kind, name))
                 continue
             children = list(group)
             if len(children) != len(members):
@@ -282,8 +295,10 @@ def main(argv):
 
     for layer, want in actual:
         box = (layer.left, layer.top, layer.right, layer.bottom)
-        if layer.name != want["name"]:
-            problems.append("layer name %r, expected %r" % (layer.name, want["name"]))
+        if read_name(layer) != want["name"]:
+            problems.append("layer name %r, expected %r" % (read_name(layer), want["name"]))
+        if layer._record.name != pascal_name(want["name"]):
+            problems.append("record name %r, expected %r" % (layer._record.name, pascal_name(want["name"])))
         if box != want["box"]:
             problems.append("%s: box %s, expected %s" % (want["name"], box, want["box"]))
         if want["fill"] is None or layer.width == 0:

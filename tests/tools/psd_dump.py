@@ -4,7 +4,9 @@
 Run with Debian's /usr/bin/python3 (python3-psd-tools). The layer tree is
 listed the way psd-tools iterates it: bottom of the stack first. Pixels are
 the raw channel data of each layer and of the merged image (straight colour,
-alpha as stored), never a composite matted over a background.
+alpha as stored), never a composite matted over a background. "name" is the
+name psd-tools reads (the Unicode name block where there is one),
+"pascal_name" the record's own one-byte-per-character name.
 
 usage: psd_dump.py FILE [--pixels]
   --pixels  add each layer's and the merged image's RGBA bytes as base64
@@ -46,9 +48,15 @@ def layer_rgba(layer):
     return interleave(planes, width, height)
 
 
+def whole_characters(text):
+    """psd-tools gives one character per UTF-16 unit; join surrogate pairs."""
+    return text.encode("utf-16-be", "surrogatepass").decode("utf-16-be", "replace")
+
+
 def describe(layer, with_pixels):
     node = {
-        "name": layer.name,
+        "name": whole_characters(layer.name),
+        "pascal_name": layer._record.name,
         "kind": layer.kind,
         "visible": bool(layer.visible),
         "left": int(layer.left),
