@@ -79,7 +79,7 @@ int runCapture(const CaptureOptions& options) {
     int argc = 1;
     char name[] = "plenavue";
     char* argv[] = {name, nullptr};
-    QCoreApplication app(argc, argv);
+    const auto app = makeCommandLineApplication(argc, argv, options.desktop, "plenavue capture");
 
     Settings settings;
     try {
@@ -108,16 +108,16 @@ int runCapture(const CaptureOptions& options) {
     if (options.file) view.saveFileAnswer = fs::absolute(*options.file).string();
     delegate = std::make_unique<AppDelegate>(*server, view);
     delegate->settings = settings;
-    view.onFinished = [&app] { app.quit(); };
+    view.onFinished = [&app] { app->quit(); };
 
     QTimer::singleShot(0, [&] {
         delegate->capture();
         if (!view.outcome && !delegate->busy()) {
             view.outcome = HeadlessView::Outcome{"", false, "nothing was captured"};
-            app.quit();
+            app->quit();
         }
     });
-    app.exec();
+    app->exec();
     delegate.reset();
 
     if (!view.outcome || !view.outcome->ok) {

@@ -1,4 +1,6 @@
 // plenavue list: the inventory as the outline shows it, or as JSON.
+#include <QCoreApplication>
+
 #include <iostream>
 
 #include "app/window_server_choice.h"
@@ -9,11 +11,20 @@
 namespace pv::cli {
 
 int runList(const ListOptions& options) {
+    int argc = 1;
+    char name[] = "plenavue";
+    char* argv[] = {name, nullptr};
+    const auto app = makeCommandLineApplication(argc, argv, options.desktop, "plenavue list");
     std::string error;
     auto server = openWindowServer(options.desktop, &error);
     if (!server) {
         std::cerr << "plenavue list: " << error << '\n';
         return 2;
+    }
+    // A Wayland session we cannot see into: a list of its X clients alone would mislead.
+    if (const Failure refused = server->checkAccess(); refused.kind == FailureKind::Unsupported) {
+        std::cerr << "plenavue list: " << refused.line() << '\n';
+        return 1;
     }
     try {
         Inventory inventory(*server);
