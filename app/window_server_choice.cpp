@@ -127,6 +127,10 @@ SessionFacts sessionFrom(const std::function<std::optional<std::string>(const ch
 SessionFacts currentSession() { return sessionFrom(environment); }
 
 Failure unsupportedSession(const SessionFacts& session) {
+    if (session.desktop.find("KDE") != std::string::npos)
+        return {FailureKind::Unsupported,
+                "this is a KDE Plasma Wayland session (" + session.evidence + ") but KWin is not on its session bus",
+                "run Plenavue inside the Plasma session, on its session bus"};
     const std::string desktop = session.desktop.empty() ? "an unknown desktop" : session.desktop;
     return {FailureKind::Unsupported,
             "this is a Wayland session (" + desktop + ", " + session.evidence +
