@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -176,19 +175,8 @@ int KWinSession::run(const std::vector<std::string>& argv, std::string* out, std
 }
 
 void KWinSession::runScript(const std::string& js) {
-    const std::string name = "pv-test-" + std::to_string(++scripts_);
-    const std::string path = env("PV_SESSION_DIR") + "/" + name + ".js";
-    std::ofstream(path) << js;
-    std::string out;
-    run({"gdbus", "call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
-         "org.kde.kwin.Scripting.loadScript", path, name},
-        &out);
-    const std::string id = out.substr(out.find('(') + 1, out.find(',') - out.find('(') - 1);
-    if (run({"gdbus", "call", "--session", "--dest", "org.kde.KWin", "--object-path", "/" + id, "--method",
-             "org.kde.kwin.Script.run"}) != 0)
-        throw std::runtime_error("KWin did not run the script " + path);
-    run({"gdbus", "call", "--session", "--dest", "org.kde.KWin", "--object-path", "/Scripting", "--method",
-         "org.kde.kwin.Scripting.unloadScript", name});
+    if (run({sourceDir() + "/tests/support/kwin-script.sh", js}) != 0)
+        throw std::runtime_error("KWin did not run the script " + js);
 }
 
 std::string KWinSession::windowInfo(const std::string& uuid) {

@@ -43,7 +43,7 @@ public:
     int run(const std::vector<std::string>& argv, std::string* out = nullptr, std::string* err = nullptr,
             const std::vector<std::string>& extraEnv = {});
 
-    // Runs a KWin script (its text) once: load, run, unload.
+    // Runs a KWin script (its text) once: load, run, unload (kwin-script.sh).
     void runScript(const std::string& js);
     // KWin's own description of a window (org.kde.KWin getWindowInfo), as
     // gdbus prints it.
@@ -68,7 +68,6 @@ private:
     int keepAlive_ = -1;  // the launcher's command ends when this closes
     std::map<std::string, std::string> env_;
     std::vector<pid_t> children_;
-    int scripts_ = 0;
 };
 
 }  // namespace pv::test

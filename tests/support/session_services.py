@@ -37,8 +37,10 @@ def say(text):
     print(text, flush=True)
 
 
-def call(service, path, iface, method, args, reply=None):
-    return conn.call_sync(service, path, iface, method, args, reply, 0, 5000, None)
+def call(service, path, iface, method, args, then):
+    # Asynchronous: the item may be waiting for a notification we serve meanwhile.
+    conn.call(service, path, iface, method, args, None, 0, 5000, None,
+              lambda c, result: then(c.call_finish(result).unpack()))
 
 
 def menu_entries(layout):
@@ -49,17 +51,22 @@ def menu_entries(layout):
 
 
 def click_entry(service, path):
-    props = call(service, path, "org.freedesktop.DBus.Properties", "Get",
-                 GLib.Variant("(ss)", ("org.kde.StatusNotifierItem", "Menu"))).unpack()[0]
-    layout = call(service, props, "com.canonical.dbusmenu", "GetLayout",
-                  GLib.Variant("(iias)", (0, -1, []))).unpack()[1]
-    for item_id, label in menu_entries(layout):
-        if label.replace("&", "") == click:
-            call(service, props, "com.canonical.dbusmenu", "Event",
-                 GLib.Variant("(isvu)", (item_id, "clicked", GLib.Variant("i", 0), 0)))
-            say("clicked: " + click)
-            return False
-    say("no menu entry " + click)
+    def with_menu(reply):
+        menu = reply[0]
+        call(service, menu, "com.canonical.dbusmenu", "GetLayout", GLib.Variant("(iias)", (0, -1, [])),
+             lambda layout: with_layout(menu, layout[1]))
+
+    def with_layout(menu, layout):
+        for item_id, label in menu_entries(layout):
+            if label.replace("&", "") == click:
+                call(service, menu, "com.canonical.dbusmenu", "Event",
+                     GLib.Variant("(isvu)", (item_id, "clicked", GLib.Variant("i", 0), 0)),
+                     lambda _: say("clicked: " + click))
+                return
+        say("no menu entry " + click)
+
+    call(service, path, "org.freedesktop.DBus.Properties", "Get",
+         GLib.Variant("(ss)", ("org.kde.StatusNotifierItem", "Menu")), with_menu)
     return False
 
 
