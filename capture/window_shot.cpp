@@ -43,7 +43,7 @@ std::vector<std::optional<Shot>> takeShots(const std::vector<const PVWindowEleme
                                            bool shadowSetting, const std::atomic<bool>* stop) {
     std::vector<PictureRequest> requests;
     for (const PVWindowElement* node : nodes) requests.push_back(shotRequest(*node, shadowSetting));
-    auto results = server.pictures(requests, kPictureDeadline, stop);
+    auto results = server.takePictures(requests, kPictureDeadline, stop);
     throwIfServerLost(results);
     std::vector<std::optional<Shot>> shots(nodes.size());
     for (size_t i = 0; i < nodes.size() && i < results.size(); ++i) {

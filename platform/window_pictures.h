@@ -9,6 +9,7 @@
 // screen). So requests go out together, each ends by a deadline, and a
 // picture says where the window's frame lies inside it and at what scale.
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -108,6 +109,9 @@ public:
     virtual bool wait(std::chrono::milliseconds limit) = 0;
     // Every result; call only after wait returned true.
     virtual std::vector<PictureResult> results() = 0;
+    // A flag that cancels the batch once set, for batches that can look at it
+    // between requests; the waiter watches it too.
+    virtual void cancelWhen(const std::atomic<bool>* /*flag*/) {}
 };
 
 using PictureCallback = std::function<void(size_t index, const PictureResult&)>;

@@ -16,11 +16,12 @@ public:
         : server_(server), requests_(std::move(requests)), results_(requests_.size()), onEach_(std::move(onEach)) {}
 
     void cancel() override { cancelled_ = true; }
+    void cancelWhen(const std::atomic<bool>* flag) override { stop_ = flag; }
 
     bool wait(std::chrono::milliseconds limit) override {
         const auto until = Clock::now() + limit;
         while (next_ < requests_.size()) {
-            if (cancelled_) {
+            if (cancelled_ || (stop_ && stop_->load())) {
                 for (; next_ < requests_.size(); ++next_) end(next_, {FailureKind::Cancelled, "cancelled", ""});
                 break;
             }
@@ -58,6 +59,7 @@ private:
     PictureCallback onEach_;
     size_t next_ = 0;
     std::atomic<bool> cancelled_{false};
+    const std::atomic<bool>* stop_ = nullptr;
 };
 
 }  // namespace
@@ -83,9 +85,10 @@ std::unique_ptr<PictureBatch> WindowServer::requestPictures(std::vector<PictureR
     return std::make_unique<SequentialBatch>(*this, std::move(requests), std::move(onEach));
 }
 
-std::vector<PictureResult> WindowServer::pictures(std::vector<PictureRequest> requests,
+std::vector<PictureResult> WindowServer::takePictures(std::vector<PictureRequest> requests,
                                                   std::chrono::milliseconds deadline, const std::atomic<bool>* stop) {
     auto batch = requestPictures(std::move(requests), deadline);
+    batch->cancelWhen(stop);
     const auto giveUp = Clock::now() + deadline + std::chrono::seconds(1);
     // With a stop flag to watch, wait in short steps; else all at once.
     const auto step = stop ? std::chrono::milliseconds(20) : deadline + std::chrono::seconds(1);

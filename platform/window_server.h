@@ -94,8 +94,8 @@ public:
     // requestPictures, waiting until every result is final. Once `stop` is set
     // the batch is cancelled; a batch still open a second after its deadline
     // too.
-    std::vector<PictureResult> pictures(std::vector<PictureRequest> requests, std::chrono::milliseconds deadline,
-                                        const std::atomic<bool>* stop = nullptr);
+    std::vector<PictureResult> takePictures(std::vector<PictureRequest> requests, std::chrono::milliseconds deadline,
+                                            const std::atomic<bool>* stop = nullptr);
 };
 
 // Throws PlatformError with the message of the first result whose server can

@@ -492,7 +492,7 @@ std::optional<Image> KWinWindowServer::windowPicture(const std::optional<WindowR
     r.window = windowNumber;
     r.bounds = bounds;
     r.framing = framing;
-    auto results = pictures({r}, std::chrono::milliseconds(5000));
+    auto results = takePictures({r}, std::chrono::milliseconds(5000));
     throwIfServerLost(results);
     if (!results.front().picture) return std::nullopt;
     return std::move(results.front().picture->image);
@@ -528,7 +528,7 @@ std::optional<Image> KWinWindowServer::desktopPicture() {
         r.scale = desktop->scale;
         behind.push_back(r);
     }
-    const auto pictures = this->pictures(behind, std::chrono::milliseconds(5000));
+    const auto pictures = takePictures(behind, std::chrono::milliseconds(5000));
     throwIfServerLost(pictures);
     const double s = desktop->scale;
     auto toPixels = [&](const WindowRect& r) {

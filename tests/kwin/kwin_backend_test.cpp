@@ -86,7 +86,7 @@ protected:
         return r;
     }
     PictureResult picture(KWinWindowServer& server, uint32_t number, bool framing) {
-        return server.pictures({request(number, framing)}, 5s).front();
+        return server.takePictures({request(number, framing)}, 5s).front();
     }
 
     std::unique_ptr<KWinSession> session_;
@@ -182,7 +182,7 @@ TEST_F(KWinBackend, ACoveredWindowComesOutWholeAtItsFrameAndTheMergedImageAgrees
     // The three pictures in one batch.
     const std::vector<PictureRequest> requests{request(windows["Red"].number), request(windows["Red"].number, true),
                                                request(windows["Green"].number)};
-    const auto results = server->pictures(requests, 5s);
+    const auto results = server->takePictures(requests, 5s);
     for (const auto& r : results) ASSERT_TRUE(r.picture) << r.failure.line();
     const WindowPicture& red = *results[0].picture;
     const WindowPicture& framed = *results[1].picture;
