@@ -148,7 +148,10 @@ void AppDelegate::startSelectionJob(SelectionJobInput input) {
         std::string failure;
         try {
             result = composeSelection(
-                input, [this, shadow](const PVWindowElement& node) { return takeShot(node, server_, shadow); },
+                input,
+                [this, shadow, job](const std::vector<const PVWindowElement*>& nodes) {
+                    return takeShots(nodes, server_, shadow, &job->cancel);
+                },
                 [this](const std::string& text) { postStatus(text); }, job->cancel);
         } catch (const std::exception& e) {
             failure = reasonOf(e);
@@ -191,6 +194,7 @@ void AppDelegate::cancelSelectionJob() {
 
 void AppDelegate::capture() {
     try {
+        if (!picturesAllowed()) return;
         refresh();
         view_.playCaptureSound();
         auto picture = server_.desktopPicture();
@@ -211,7 +215,18 @@ void AppDelegate::captureSelected() {
     refresh();
 }
 
-void AppDelegate::save() { saveAs(false); }
+void AppDelegate::save() {
+    if (picturesAllowed()) saveAs(false);
+}
+
+// A backend may refuse pictures (no permission, a locked screen, no backend
+// for this session); the capture then ends here with the reason.
+bool AppDelegate::picturesAllowed() {
+    const Failure refused = server_.checkAccess();
+    if (!refused) return true;
+    reportDocument("", false, refused.line());
+    return false;
+}
 
 void AppDelegate::saveAs(bool desktopIsTheMergedImage) {
     const auto path = view_.askSaveFile(buildFileName(), settings.outputFormat);

@@ -118,6 +118,7 @@ private:
     void cancelSelectionJob();
 
     // Documents.
+    bool picturesAllowed();
     void setOutputFile(const std::string& path, OnExisting onExisting);
     std::string freeFileIn(const std::string& folder) const;
     void writeSelection();

@@ -15,8 +15,19 @@
 
 namespace pv {
 
+// What stopped a guarded event loop, whichever Qt application class runs it.
+class LoopFailure {
+public:
+    virtual ~LoopFailure() = default;
+    // What stopped the loop, once it has.
+    const std::optional<std::string>& failure() const { return failure_; }
+
+protected:
+    std::optional<std::string> failure_;
+};
+
 template <class Base>
-class GuardedApplication : public Base {
+class GuardedApplication : public Base, public LoopFailure {
 public:
     // `name` starts the line: "plenavue capture: stopped: X display connection lost".
     GuardedApplication(int& argc, char** argv, std::string name) : Base(argc, argv), name_(std::move(name)) {}
@@ -34,9 +45,6 @@ public:
         return false;
     }
 
-    // What stopped the loop, once it has.
-    const std::optional<std::string>& failure() const { return failure_; }
-
 private:
     void stop(const std::string& reason) {
         if (!failure_) {
@@ -47,7 +55,6 @@ private:
     }
 
     std::string name_;
-    std::optional<std::string> failure_;
 };
 
 }  // namespace pv

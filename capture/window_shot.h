@@ -1,6 +1,8 @@
 #pragma once
 // The picture of one window of the inventory, cached in its node.
 
+#include <atomic>
+#include <chrono>
 #include <optional>
 #include <vector>
 
@@ -18,11 +20,26 @@ struct Shot {
     float shadowY = 0;
 };
 
-// Takes a new picture of the window: with its shadow when shadowSetting is on
-// and the window is not a system window, by its bounds when it is one. Reads
-// only what the inventory fixed when it made the node, so any thread may call
-// it. Nothing when the window server gives no picture, or one of 1 pixel or
-// less on a side.
+// How long a compositor may take to answer a batch of pictures.
+inline constexpr std::chrono::milliseconds kPictureDeadline{5000};
+
+// The picture to ask for: with its shadow when shadowSetting is on and the
+// window is not a system window, by its bounds when it is one.
+PictureRequest shotRequest(const PVWindowElement& node, bool shadowSetting);
+
+// The picture as the node's shot: brought to the node's scale when the window
+// server gave another, with the shadow margins where the picture says its
+// frame lies. Nothing for a picture of 1 pixel or less on a side.
+std::optional<Shot> shotOf(const PVWindowElement& node, WindowPicture picture, bool withShadow);
+
+// New pictures of the windows, asked for in one batch. Reads only what the
+// inventory fixed when it made the nodes, so any thread may call it. Nothing
+// for a window that gives no picture, and for those still open once stop is
+// set. Throws PlatformError when the window server can no longer answer.
+std::vector<std::optional<Shot>> takeShots(const std::vector<const PVWindowElement*>& nodes, WindowServer& server,
+                                           bool shadowSetting, const std::atomic<bool>* stop = nullptr);
+
+// takeShots for one window.
 std::optional<Shot> takeShot(const PVWindowElement& node, WindowServer& server, bool shadowSetting);
 
 // Keeps the shot in the node: its picture, and its margins when taken with the
@@ -35,7 +52,8 @@ std::optional<Shot> heldShot(const PVWindowElement& node);
 // takeShot, then storeShot when there is a picture; otherwise the node stays as it was.
 void getShot(PVWindowElement& node, WindowServer& server, bool shadowSetting);
 
-// getShot for every window of the list that holds no shot yet.
+// Pictures, in one batch, of every window of the list that holds no shot
+// yet; each kept in its node.
 void takeMissingShots(const std::vector<PVWindowElement::Ptr>& windows, WindowServer& server, bool shadowSetting);
 
 }  // namespace pv

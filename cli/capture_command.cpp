@@ -116,7 +116,7 @@ int runCapture(const CaptureOptions& options) {
     int argc = 1;
     char name[] = "plenavue";
     char* argv[] = {name, nullptr};
-    GuardedApplication<QCoreApplication> app(argc, argv, kCommand);
+    const auto [app, loop] = makeCommandLineApplication(argc, argv, options.desktop, kCommand);
 
     Settings settings;
     try {
@@ -145,19 +145,19 @@ int runCapture(const CaptureOptions& options) {
     view.saveFileAnswer = file;
     delegate = std::make_unique<AppDelegate>(*server, view);
     delegate->settings = settings;
-    view.onFinished = [&app] { app.quit(); };
+    view.onFinished = [&app] { app->quit(); };
 
     QTimer::singleShot(0, [&] {
         delegate->capture();
         if (!view.outcome && !delegate->busy()) {
             view.outcome = HeadlessView::Outcome{"", false, "nothing was captured"};
-            app.quit();
+            app->quit();
         }
     });
-    app.exec();
+    app->exec();
     delegate.reset();
 
-    if (app.failure()) return 1;  // the event loop said what stopped it
+    if (loop->failure()) return 1;  // the event loop said what stopped it
     if (!view.outcome || !view.outcome->ok) {
         printFailure(kCommand, view.outcome ? view.outcome->reason : "nothing was captured");
         return 1;

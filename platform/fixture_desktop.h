@@ -41,6 +41,7 @@ public:
     std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t windowNumber,
                                        bool framing) override;
     std::optional<Image> desktopPicture() override;
+    std::string backendName() const override { return "fixture"; }
 
     struct Data;
 

@@ -1,9 +1,14 @@
 #pragma once
 // What the inventory and capture code need of the platform: the screens, the
-// windows and their pictures. Implemented over X11 (platform/x11) and over a
-// fixture desktop described in JSON (platform/fixture_desktop.h).
+// windows and their pictures. Implemented over X11 (platform/x11), over KDE
+// Plasma's compositor (platform/kwin) and over a fixture desktop described in
+// JSON (platform/fixture_desktop.h). docs/wayland.md describes the parts that
+// compositors need: handles, capabilities, access checks and picture batches.
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -11,6 +16,7 @@
 
 #include "platform/coordinates.h"
 #include "platform/image.h"
+#include "platform/window_pictures.h"
 
 namespace pv {
 
@@ -37,6 +43,7 @@ struct WindowListEntry {
     std::optional<std::string> applicationName;
     // The owning program's icon: an icon-theme name or an absolute file path.
     std::optional<std::string> applicationIcon;
+    WindowHandle handle;  // the backend's own id where number is not it (KWin's uuid); empty otherwise
 };
 
 // Thrown by a window server that can no longer answer at all (for instance an
@@ -68,7 +75,44 @@ public:
                                                bool framing) = 0;
     // Picture of the whole desktop as the user sees it, in pixels.
     virtual std::optional<Image> desktopPicture() = 0;
+
+    // ---- What compositor backends add. The defaults fit servers whose calls
+    // ---- answer at once (X11, the fixture desktop).
+
+    // "x11", "kwin", "fixture", ...: for messages and tests.
+    virtual std::string backendName() const { return "unknown"; }
+    // Default: covered windows whole, global positions, a desktop picture.
+    virtual Capabilities capabilities() const;
+    // Whether pictures can be had now (permission, a locked screen, a backend
+    // for this session at all); kind None when they can. Cheap: called before
+    // every capture.
+    virtual Failure checkAccess() { return {}; }
+    // Every request in flight at once, each ending by `deadline` at the
+    // latest; onEach (any thread) as each result is final. Default: the
+    // requests run one after the other through windowPicture on the thread
+    // that waits for the batch, cancellation taking effect between two of
+    // them; such calls always answer, so the deadline does not apply. A
+    // PlatformError ends that request and all after it as CompositorLost.
+    virtual std::unique_ptr<PictureBatch> requestPictures(std::vector<PictureRequest> requests,
+                                                          std::chrono::milliseconds deadline,
+                                                          PictureCallback onEach = {});
+
+    // requestPictures, waiting until every result is final. Once `stop` is set
+    // the batch is cancelled; a batch still open a second after its deadline
+    // too.
+    std::vector<PictureResult> takePictures(std::vector<PictureRequest> requests, std::chrono::milliseconds deadline,
+                                            const std::atomic<bool>* stop = nullptr);
 };
+
+// Throws PlatformError with the message of the first result whose server can
+// no longer answer.
+void throwIfServerLost(const std::vector<PictureResult>& results);
+
+// Where the frame lies inside a picture that windowPicture gave for the
+// request, and the picture's scale and placement: the whole picture is the
+// frame unless it was taken with framing, whose drop shadow is as wide left
+// as right with a third of its height above.
+WindowPicture placedPicture(Image image, const PictureRequest& request);
 
 // The displays-of-a-rectangle rule for window servers that only know their
 // screen list: screens whose frames, flipped into window-server coordinates

@@ -11,6 +11,13 @@ packages=(
   libxcb1-dev libxcb-composite0-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-xfixes0-dev
   libxcb-keysyms1-dev libxcb-ewmh-dev libxcb-icccm4-dev libxcb-res0-dev libxcb-damage0-dev libxcb-shape0-dev
   libpng-dev nlohmann-json3-dev libcli11-dev libfmt-dev
+  libxkbcommon-dev xkb-data
+  # KDE Plasma on Wayland: a headless KWin with Breeze decorations and Xwayland,
+  # Qt's Wayland platform for test windows, key presses through KWin's fake
+  # input (tests build a client of it), D-Bus tools; weston as a compositor we
+  # have no backend for
+  kwin-wayland kwin-style-breeze xwayland qt6-wayland weston
+  libwayland-dev libwayland-bin plasma-wayland-protocols dbus-daemon libglib2.0-bin
   # the fuzz targets: clang with libFuzzer and its sanitizer runtimes
   clang-14 libclang-rt-14-dev
   # running on a private X server, and the real X clients used as sample windows

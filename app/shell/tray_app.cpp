@@ -14,6 +14,7 @@
 #include "app/guarded_application.h"
 #include "app/shell/gui_view.h"
 #include "app/shell/hot_key_filter.h"
+#include "app/shell/kde_global_shortcuts.h"
 #include "app/shell/main_window.h"
 #include "app/shell/preferences_dialog.h"
 #include "app/shell/qt_shell.h"
@@ -21,8 +22,8 @@
 #include "app/shell/screen_change_watcher.h"
 #include "app/shell/tray.h"
 #include "platform/build_info.h"
+#include "app/window_server_choice.h"
 #include "platform/x11/no_capture_mark.h"
-#include "platform/x11/x11_window_server.h"
 
 namespace pv {
 
@@ -45,19 +46,9 @@ void keepOutOfCaptures() {
     }
 }
 
-}  // namespace
-
-int runTrayApp(int argc, char** argv) {
-    // The display is tried first: Qt would end the program with an abort
-    // when it finds none.
-    std::string error;
-    auto server = X11WindowServer::connect("", &error);
-    if (!server) {
-        std::cerr << "plenavue: " << error << '\n';
-        return 1;
-    }
-
-    GuardedApplication<QApplication> app(argc, argv, "plenavue");
+// The application on the window server, until it quits.
+int runShell(QApplication& app, WindowServer& windowServer) {
+    WindowServer* server = &windowServer;
     QApplication::setQuitOnLastWindowClosed(false);
     QApplication::setApplicationName(kApplicationName);
     QApplication::setOrganizationName(kOrganisationName);
@@ -89,12 +80,16 @@ int runTrayApp(int argc, char** argv) {
         keepOutOfCaptures();
     };
 
+    // X11 key grabs, or KDE's global shortcut service in a Plasma session.
     std::unique_ptr<HotKeyFilter> hotKeys;
+    std::unique_ptr<KdeGlobalShortcuts> kdeKeys;
     shell.hotKeyInstaller = [&] {
         std::vector<std::string> held;
-        hotKeys = HotKeyFilter::install(delegate, &held);
-        if (!hotKeys) {
-            std::cerr << "plenavue: hot keys need an X11 session; use the tray menu instead\n";
+        if (server->backendName() == "kwin") kdeKeys = KdeGlobalShortcuts::install(delegate, &held);
+        if (!kdeKeys) hotKeys = HotKeyFilter::install(delegate, &held);
+        if (!kdeKeys && !hotKeys) kdeKeys = KdeGlobalShortcuts::install(delegate, &held);
+        if (!hotKeys && !kdeKeys) {
+            std::cerr << "plenavue: hot keys need an X11 session or KDE Plasma; use the tray menu instead\n";
             return;
         }
         for (const auto& combination : held) {
@@ -128,9 +123,41 @@ int runTrayApp(int argc, char** argv) {
         std::cerr << "plenavue: this desktop has no system tray; showing the main window instead\n";
         window.show();
     }
+    // Said once at start (no permission, no backend for this session); each
+    // capture that is refused says it again.
+    if (const Failure refused = server->checkAccess()) {
+        std::cerr << "plenavue: " << refused.line() << '\n';
+        tray.notify("Plenavue cannot capture", QString::fromStdString(refused.line()), true);
+    }
     QTimer::singleShot(0, &delegate, [&delegate] { delegate.applicationDidFinishLaunching(); });
     const int code = app.exec();
     hotKeys.reset();
+    kdeKeys.reset();
+    return code;
+}
+
+}  // namespace
+
+int runTrayApp(int argc, char** argv) {
+    // An X display is tried first: Qt would end the program with an abort
+    // when it finds none. A compositor's backend needs the application first.
+    std::string error;
+    std::unique_ptr<WindowServer> server;
+    if (!opensAfterApplication("")) {
+        server = openWindowServer("", &error);
+        if (!server) {
+            std::cerr << "plenavue: " << error << '\n';
+            return 1;
+        }
+    }
+    GuardedApplication<QApplication> app(argc, argv, "plenavue");
+    if (!server) server = openWindowServer("", &error);
+    if (!server) {
+        std::cerr << "plenavue: " << error << '\n';
+        return 1;
+    }
+    const int code = runShell(app, *server);
+    server.reset();  // a compositor backend's D-Bus thread ends while the application still exists
     return code;
 }
 

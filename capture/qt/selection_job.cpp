@@ -1,5 +1,8 @@
 #include "capture/qt/selection_job.h"
 
+#include <algorithm>
+#include <map>
+
 #include "capture/selection_geometry.h"
 #include "document/qt/bitmap.h"
 
@@ -15,8 +18,7 @@ SelectionJobInput selectionJobInput(const std::vector<PVWindowElement::Ptr>& win
     return input;
 }
 
-SelectionJobResult composeSelection(const SelectionJobInput& input,
-                                    const std::function<std::optional<Shot>(const PVWindowElement&)>& takeShot,
+SelectionJobResult composeSelection(const SelectionJobInput& input, const TakeShots& takeShots,
                                     const std::function<void(const std::string&)>& status,
                                     const std::atomic<bool>& cancel) {
     SelectionJobResult result;
@@ -24,6 +26,31 @@ SelectionJobResult composeSelection(const SelectionJobInput& input,
     if (!width || !height) return result;
     result.canvas = Image(*width, *height);
     if (result.canvas.isNull()) return result;
+
+    // The windows without a shot, each once, in one batch.
+    std::vector<const PVWindowElement*> missing;
+    for (const SelectionItem& item : input.windows) {
+        if (item.held || std::find(missing.begin(), missing.end(), item.node.get()) != missing.end()) continue;
+        missing.push_back(item.node.get());
+        status("Capturing: " + item.node->name);
+    }
+    std::map<const PVWindowElement*, Shot> taken;
+    if (!missing.empty()) {
+        if (cancel.load()) {
+            result.cancelled = true;
+            return result;
+        }
+        const auto shots = takeShots(missing);
+        for (const SelectionItem& item : input.windows) {
+            const auto at = std::find(missing.begin(), missing.end(), item.node.get());
+            if (at == missing.end() || taken.count(*at)) continue;
+            const auto& shot = shots[static_cast<size_t>(at - missing.begin())];
+            if (!shot) continue;
+            taken.emplace(*at, *shot);
+            result.taken.emplace_back(item.node, *shot);
+        }
+    }
+
     QImage target = wrapImageForDrawing(result.canvas);
     for (const SelectionItem& item : input.windows) {
         if (cancel.load()) {
@@ -34,11 +61,10 @@ SelectionJobResult composeSelection(const SelectionJobInput& input,
         std::optional<Shot> shot = item.held;
         if (shot) {
             status("Cached: " + node.name);
+        } else if (auto it = taken.find(&node); it != taken.end()) {
+            shot = it->second;
         } else {
-            status("Capturing: " + node.name);
-            shot = takeShot(node);
-            if (!shot) continue;
-            result.taken.emplace_back(item.node, *shot);
+            continue;
         }
         const CanvasRect dest = selectionDestination(node.windowBounds(), shot->shadowX, shot->shadowY,
                                                      input.outputRect, input.maxBackingScale, input.mainScreenHeight);

@@ -38,12 +38,16 @@ struct SelectionJobResult {
 SelectionJobInput selectionJobInput(const std::vector<PVWindowElement::Ptr>& windowsInLayerOrder,
                                     const PixelRect& outputRect, float maxBackingScale, float mainScreenHeight);
 
-// Uses each window's held shot or takes one (takeShot), reports "Cached: " or
-// "Capturing: " with each window's name, and draws each shot behind the ones
-// before it. Windows without a picture are left out. Stops between windows
-// once `cancel` is set. Runs on a background thread and writes to no node.
-SelectionJobResult composeSelection(const SelectionJobInput& input,
-                                    const std::function<std::optional<Shot>(const PVWindowElement&)>& takeShot,
+// Pictures of windows, asked for together; nothing for a window without one.
+using TakeShots = std::function<std::vector<std::optional<Shot>>(const std::vector<const PVWindowElement*>&)>;
+
+// Reports "Capturing: " with the name of each window that holds no shot and
+// takes those in one batch (takeShots), then reports "Cached: " for each held
+// one and draws each shot behind the ones before it. Windows without a
+// picture are left out. Stops before the batch and between windows once
+// `cancel` is set; the shots taken are in the result either way. Runs on a
+// background thread and writes to no node.
+SelectionJobResult composeSelection(const SelectionJobInput& input, const TakeShots& takeShots,
                                     const std::function<void(const std::string&)>& status,
                                     const std::atomic<bool>& cancel);
 

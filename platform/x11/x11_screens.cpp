@@ -114,4 +114,20 @@ std::optional<std::string> readProductName(X11Connection& conn, const X11Monitor
     return std::nullopt;
 }
 
+bool displayIsXwayland(X11Connection& conn) {
+    const std::string extension = "XWAYLAND";
+    auto ext = conn.get(xcb_query_extension_reply,
+                        xcb_query_extension(conn.raw(), static_cast<uint16_t>(extension.size()), extension.c_str()));
+    if (ext && ext->present) return true;
+    if (!hasMonitorRequests(conn)) return false;
+    for (const X11Monitor& m : activeMonitors(conn)) {
+        auto name = conn.get(xcb_get_atom_name_reply, xcb_get_atom_name(conn.raw(), m.box.id));
+        if (!name) continue;
+        const std::string text(xcb_get_atom_name_name(name.get()),
+                               static_cast<size_t>(xcb_get_atom_name_name_length(name.get())));
+        if (text.rfind(extension, 0) == 0) return true;
+    }
+    return false;
+}
+
 }  // namespace pv::x11

@@ -32,6 +32,10 @@ double readBackingScale(X11Connection& conn);
 // The same rule over the text of a resource database.
 double backingScaleFromResources(const std::string& resources);
 
+// Whether the server is Xwayland: it has the XWAYLAND extension (Xwayland
+// 23.1 and later) or names its monitors XWAYLAND<n> (all versions).
+bool displayIsXwayland(X11Connection& conn);
+
 // The EDID monitor name of the first of the monitor's outputs that states one.
 std::optional<std::string> readProductName(X11Connection& conn, const X11Monitor& monitor);
 

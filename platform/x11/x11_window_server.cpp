@@ -196,6 +196,11 @@ void X11WindowServer::leaveOutUnshared(Image& desktop) {
     }
 }
 
+bool X11WindowServer::isXwayland() {
+    std::lock_guard lock(mutex_);
+    return displayIsXwayland(*conn_);
+}
+
 void X11WindowServer::setSharedMemory(bool on) {
     std::lock_guard lock(mutex_);
     reader_->setSharedMemory(on);

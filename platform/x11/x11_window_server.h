@@ -40,6 +40,11 @@ public:
     std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t windowNumber,
                                        bool framing) override;
     std::optional<Image> desktopPicture() override;
+    std::string backendName() const override { return "x11"; }
+
+    // Whether the display is Xwayland, the X server of a Wayland session:
+    // its pictures then show only the X clients, not the session.
+    bool isXwayland();
 
     // Reading pixels through shared memory (on by default where the server
     // offers it); off forces plain GetImage requests.
