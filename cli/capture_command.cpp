@@ -13,6 +13,7 @@
 
 #include "app/app_delegate.h"
 #include "app/guarded_application.h"
+#include "app/window_server_choice.h"
 #include "cli/command_support.h"
 #include "cli/commands.h"
 #include "cli/headless_view.h"
@@ -116,7 +117,8 @@ int runCapture(const CaptureOptions& options) {
     int argc = 1;
     char name[] = "plenavue";
     char* argv[] = {name, nullptr};
-    const auto [app, loop] = makeCommandLineApplication(argc, argv, options.desktop, kCommand);
+    const auto application = makeCommandLineApplication(argc, argv, options.desktop, kCommand);
+    QCoreApplication* app = application.app.get();
 
     Settings settings;
     try {
@@ -145,7 +147,7 @@ int runCapture(const CaptureOptions& options) {
     view.saveFileAnswer = file;
     delegate = std::make_unique<AppDelegate>(*server, view);
     delegate->settings = settings;
-    view.onFinished = [&app] { app->quit(); };
+    view.onFinished = [app] { app->quit(); };
 
     QTimer::singleShot(0, [&] {
         delegate->capture();
@@ -157,7 +159,7 @@ int runCapture(const CaptureOptions& options) {
     app->exec();
     delegate.reset();
 
-    if (loop->failure()) return 1;  // the event loop said what stopped it
+    if (application.loop->failure()) return 1;  // the event loop said what stopped it
     if (!view.outcome || !view.outcome->ok) {
         printFailure(kCommand, view.outcome ? view.outcome->reason : "nothing was captured");
         return 1;

@@ -8,8 +8,8 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev libqt6svg6 qt6-svg-dev
-  libxcb1-dev libxcb-composite0-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-xfixes0-dev
-  libxcb-keysyms1-dev libxcb-ewmh-dev libxcb-icccm4-dev libxcb-res0-dev libxcb-damage0-dev libxcb-shape0-dev
+  libxcb1-dev libxcb-composite0-dev libxcb-shm0-dev libxcb-randr0-dev
+  libxcb-keysyms1-dev libxcb-res0-dev libxcb-damage0-dev libxcb-shape0-dev
   libpng-dev nlohmann-json3-dev libcli11-dev libfmt-dev
   libxkbcommon-dev xkb-data
   # KDE Plasma on Wayland: a headless KWin with Breeze decorations and Xwayland,
