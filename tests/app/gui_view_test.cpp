@@ -23,7 +23,7 @@
 #include "inventory/qt/outline_model.h"
 #include "platform/fixture_desktop.h"
 #include "preview/qt/render_view.h"
-#include "tests/app/sample_tree.h"
+#include "tests/support/tree_builders.h"
 
 // The shortcut step of a real key press (exported by QtGui; the test library
 // presses keys the same way).

@@ -10,7 +10,7 @@
 #include <functional>
 
 #include "inventory/qt/outline_model.h"
-#include "tests/app/sample_tree.h"
+#include "tests/support/tree_builders.h"
 
 using namespace pv;
 

@@ -11,10 +11,6 @@ using Bytes = std::vector<uint8_t>;
 
 namespace {
 
-Bytes packed(const Bytes& samples) { return packedBitsForRange(samples.data(), samples.size(), 0, samples.size(), 1); }
-
-Bytes repeated(uint8_t b, size_t n) { return Bytes(n, b); }
-
 // n bytes in which no two neighbours are equal.
 Bytes alternating(size_t n) {
     Bytes v(n);
@@ -31,81 +27,56 @@ Bytes concat(std::initializer_list<Bytes> parts) {
 }  // namespace
 
 TEST(AppendValue, WritesTheLowBytesMostSignificantFirst) {
-    Bytes b{0xAA};
-    appendValue(b, 300, 2);
-    EXPECT_EQ(b, (Bytes{0xAA, 0x01, 0x2C}));
-
-    b.clear();
-    appendValue(b, 65537, 2);  // only the low 16 bits are kept
-    EXPECT_EQ(b, (Bytes{0x00, 0x01}));
-
-    b.clear();
-    appendValue(b, 0x0102030405060708LL, 8);
-    EXPECT_EQ(b, (Bytes{1, 2, 3, 4, 5, 6, 7, 8}));
-
-    b.clear();
-    appendValue(b, 104, 4);
-    EXPECT_EQ(b, (Bytes{0, 0, 0, 0x68}));
-}
-
-TEST(AppendValue, NegativeValuesAreTwosComplementAndZeroLengthAppendsNothing) {
-    Bytes b;
-    appendValue(b, -1, 2);
-    EXPECT_EQ(b, (Bytes{0xFF, 0xFF}));
-    b.clear();
-    appendValue(b, -4, 2);  // a layer count of four with transparency
-    EXPECT_EQ(b, (Bytes{0xFF, 0xFC}));
-    b.clear();
-    appendValue(b, 12345, 0);
-    EXPECT_TRUE(b.empty());
+    struct Case {
+        int64_t value;
+        int length;
+        Bytes out;
+    };
+    for (const Case& c : {Case{300, 2, {0x01, 0x2C}}, Case{65537, 2, {0x00, 0x01}}, Case{104, 4, {0, 0, 0, 0x68}},
+                          Case{0x0102030405060708LL, 8, {1, 2, 3, 4, 5, 6, 7, 8}}, Case{-4, 2, {0xFF, 0xFC}},
+                          Case{12345, 0, {}}}) {
+        Bytes b{0xAA};
+        appendValue(b, c.value, c.length);
+        EXPECT_EQ(b, concat({{0xAA}, c.out})) << c.value;
+    }
 }
 
 TEST(PackBits, EncodesTheReferenceTable) {
-    EXPECT_EQ(packed({0x09}), (Bytes{0x00, 0x09}));
-    EXPECT_EQ(packed({5, 5}), (Bytes{0x01, 5, 5}));
-    EXPECT_EQ(packed(repeated(5, 3)), (Bytes{0xFE, 5}));
-    EXPECT_EQ(packed(repeated(5, 127)), (Bytes{0x82, 5}));
-    EXPECT_EQ(packed(repeated(5, 128)), (Bytes{0x82, 5, 0x00, 5}));
-    EXPECT_EQ(packed(repeated(5, 129)), (Bytes{0x82, 5, 0x01, 5, 5}));
-    EXPECT_EQ(packed(repeated(5, 130)), (Bytes{0x82, 5, 0xFE, 5}));
-    EXPECT_EQ(packed(repeated(0xFF, 10)), (Bytes{0xF7, 0xFF}));
-    EXPECT_EQ(packed({1, 2, 3, 3, 3, 3, 3}), (Bytes{0x01, 1, 2, 0xFC, 3}));
-    EXPECT_EQ(packed({3, 3, 3, 3, 1, 2}), (Bytes{0xFD, 3, 0x01, 1, 2}));
-
-    const Bytes b128 = alternating(128);
-    EXPECT_EQ(packed(b128), concat({{0x7F}, b128}));
-    const Bytes b129 = alternating(129);
-    EXPECT_EQ(packed(b129), concat({{0x7F}, Bytes(b129.begin(), b129.begin() + 128), {0x00, b129[128]}}));
-    const Bytes b130 = alternating(130);
-    EXPECT_EQ(packed(b130),
-              concat({{0x7F}, Bytes(b130.begin(), b130.begin() + 128), {0x01, b130[128], b130[129]}}));
-}
-
-TEST(PackBits, RunsOfZeroAndOtherValuesAfterALongLiteral) {
-    // 129 bytes without a run, then 200 zeros: a full literal, the one byte
-    // left before the run, then runs of 127 and 73.
-    Bytes in = concat({alternating(129), repeated(0, 200)});
-    Bytes expected = concat({{0x7F}, Bytes(in.begin(), in.begin() + 128), {0x00, in[128]}, {0x82, 0}, {0xB8, 0}});
-    EXPECT_EQ(packed(in), expected);
+    const Bytes b128 = alternating(128), b129 = alternating(129), mixed = concat({alternating(129), Bytes(200, 0)});
+    struct Case {
+        Bytes in, out;
+    };
+    const Case cases[] = {
+        {{0x09}, {0x00, 0x09}},
+        {{5, 5}, {0x01, 5, 5}},
+        {Bytes(3, 5), {0xFE, 5}},
+        {Bytes(127, 5), {0x82, 5}},
+        {Bytes(128, 5), {0x82, 5, 0x00, 5}},
+        {Bytes(129, 5), {0x82, 5, 0x01, 5, 5}},
+        {Bytes(130, 5), {0x82, 5, 0xFE, 5}},
+        {Bytes(10, 0xFF), {0xF7, 0xFF}},
+        {{1, 2, 3, 3, 3, 3, 3}, {0x01, 1, 2, 0xFC, 3}},
+        {{3, 3, 3, 3, 1, 2}, {0xFD, 3, 0x01, 1, 2}},
+        {b128, concat({{0x7F}, b128})},
+        {b129, concat({{0x7F}, Bytes(b129.begin(), b129.begin() + 128), {0x00, b129[128]}})},
+        // A full literal, the one byte left before the run, then runs of 127 and 73.
+        {mixed, concat({{0x7F}, Bytes(mixed.begin(), mixed.begin() + 128), {0x00, mixed[128]}, {0x82, 0}, {0xB8, 0}})},
+        {{}, {}},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(packedBitsForRange(c.in.data(), c.in.size(), 0, c.in.size(), 1), c.out) << c.in.size() << " bytes";
 }
 
 TEST(PackBits, SamplesOneChannelOfAnRGBARow) {
     // Four pixels: blue bytes 7 7 7 9, alpha all 255.
     const Bytes row{1, 2, 7, 255, 3, 4, 7, 255, 5, 6, 7, 255, 8, 8, 9, 255};
     EXPECT_EQ(packedBitsForRange(row.data(), row.size(), 2, row.size(), 4), (Bytes{0xFE, 7, 0x00, 9}));
-    EXPECT_EQ(packedBitsForRange(row.data(), row.size(), 3, row.size(), 4), (Bytes{0xFD, 255}));
     EXPECT_EQ(packedBitsForRange(row.data(), row.size(), 0, row.size(), 4), (Bytes{0x03, 1, 3, 5, 8}));
-    // The source is not changed and the result is appended after what is there.
+    EXPECT_TRUE(packedBitsForRange(row.data(), row.size(), 0, 3, 0).empty());
+    // The result is appended after what is there.
     Bytes out{0xEE};
     EXPECT_EQ(appendPackedBits(out, row.data(), row.size(), 3, row.size(), 4), 2u);
     EXPECT_EQ(out, (Bytes{0xEE, 0xFD, 255}));
-}
-
-TEST(PackBits, EmptyRangeOrZeroSkipGiveNothing) {
-    const Bytes row{1, 2, 3};
-    EXPECT_TRUE(packedBitsForRange(row.data(), row.size(), 0, 0, 1).empty());
-    EXPECT_TRUE(packedBitsForRange(row.data(), row.size(), 0, 3, 0).empty());
-    EXPECT_TRUE(packedBitsForRange(row.data(), row.size(), 3, 3, 1).empty());
 }
 
 TEST(PackBits, RoundTripsRandomRowsThroughAnIndependentDecoder) {
@@ -120,8 +91,7 @@ TEST(PackBits, RoundTripsRandomRowsThroughAnIndependentDecoder) {
             const int kind = pick(0, 3);
             const int len = kind == 0 ? pick(1, 300) : kind == 1 ? pick(1, 4) : pick(1, 400);
             const auto value = static_cast<uint8_t>(pick(0, 255));
-            for (int i = 0; i < len; ++i)
-                source.push_back(kind == 0 ? static_cast<uint8_t>(pick(0, 255)) : value);
+            for (int i = 0; i < len; ++i) source.push_back(kind == 0 ? static_cast<uint8_t>(pick(0, 255)) : value);
         }
         // A channel of an interleaved buffer: start at `channel`, take every skip-th byte.
         const int channel = pick(0, skip - 1);
@@ -133,18 +103,18 @@ TEST(PackBits, RoundTripsRandomRowsThroughAnIndependentDecoder) {
         ASSERT_EQ(pvtest::unpackBits(encoded), expected) << "round " << round;
         ASSERT_LE(encoded.size(), expected.size() + (expected.size() + 127) / 128);
 
-        // Packet structure: headers 0x80, 0x81 and 0xFF never occur, and no
-        // literal holds three equal bytes in a row (those always become runs).
+        // Headers 0x80, 0x81 and 0xFF never occur, and no literal holds three
+        // equal bytes in a row (those always become runs).
         for (size_t i = 0; i < encoded.size();) {
             const uint8_t h = encoded[i++];
             ASSERT_TRUE(h != 0x80 && h != 0x81 && h != 0xFF) << "header " << int(h);
-            if (h < 0x80) {
-                for (size_t k = i + 2; k < i + h + 1; ++k)
-                    ASSERT_FALSE(encoded[k] == encoded[k - 1] && encoded[k] == encoded[k - 2]);
-                i += h + 1u;
-            } else {
+            if (h >= 0x80) {
                 i += 1;
+                continue;
             }
+            for (size_t k = i + 2; k < i + h + 1; ++k)
+                ASSERT_FALSE(encoded[k] == encoded[k - 1] && encoded[k] == encoded[k - 2]);
+            i += h + 1u;
         }
     }
 }

@@ -1,6 +1,6 @@
 #pragma once
-// Helpers shared by the document tests: the independent PackBits decoder
-// (tests/support), a big-endian reader, scratch folders and pixel layers.
+// Helpers shared by the document tests: the PSD reader and PackBits decoder
+// of tests/support, scratch folders and pixel layers.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -10,52 +10,14 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "document/layer_element.h"
-#include "tests/support/packbits_decoder.h"
+#include "tests/support/psd_records.h"
 
 namespace pvtest {
-
-// Reads big-endian fields out of a byte vector, failing the test on overrun.
-struct Reader {
-    const std::vector<uint8_t>& bytes;
-    size_t pos = 0;
-
-    uint64_t unsignedValue(int n) {
-        if (pos + n > bytes.size()) throw std::runtime_error("read past the end at " + std::to_string(pos));
-        uint64_t v = 0;
-        for (int i = 0; i < n; ++i) v = (v << 8) | bytes[pos++];
-        return v;
-    }
-    uint8_t u8() { return static_cast<uint8_t>(unsignedValue(1)); }
-    uint16_t u16() { return static_cast<uint16_t>(unsignedValue(2)); }
-    int16_t i16() { return static_cast<int16_t>(unsignedValue(2)); }
-    uint32_t u32() { return static_cast<uint32_t>(unsignedValue(4)); }
-    int32_t i32() { return static_cast<int32_t>(unsignedValue(4)); }
-    std::string text(size_t n) {
-        if (pos + n > bytes.size()) throw std::runtime_error("read past the end at " + std::to_string(pos));
-        std::string s(bytes.begin() + pos, bytes.begin() + pos + n);
-        pos += n;
-        return s;
-    }
-    std::vector<uint8_t> take(size_t n) {
-        if (pos + n > bytes.size()) throw std::runtime_error("read past the end at " + std::to_string(pos));
-        std::vector<uint8_t> v(bytes.begin() + pos, bytes.begin() + pos + n);
-        pos += n;
-        return v;
-    }
-    size_t left() const { return bytes.size() - pos; }
-};
-
-inline std::vector<uint8_t> readFile(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 inline void writeText(const std::filesystem::path& p, const std::string& text) {
     std::ofstream out(p, std::ios::binary);

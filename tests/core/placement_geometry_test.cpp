@@ -48,14 +48,10 @@ TEST(SelectionDestination, WindowsLandWhereTheyStoodOnTheCanvas) {
     }
 }
 
-TEST(LayerPixelSize, ShotAtLeastAsWideAsTheWindowKeepsItsOwnSize) {
+TEST(LayerPixelSize, AShotKeepsItsSizeUnlessNarrowerThanTheWindowAtScale) {
     const auto& w = windowAt({0, 0, 800, 600});
     EXPECT_EQ(layerPixelSize(w, 2.0f, 1712, 1344), (Size{1712, 1344}));
     EXPECT_EQ(layerPixelSize(w, 2.0f, 1600, 1200), (Size{1600, 1200}));
-}
-
-TEST(LayerPixelSize, NarrowerShotIsStretchedToTheWindowAtScale) {
-    const auto& w = windowAt({0, 0, 800, 600});
     EXPECT_EQ(layerPixelSize(w, 2.0f, 800, 600), (Size{1600, 1200}));
 }
 
@@ -107,8 +103,4 @@ TEST(LayerLocation, ShadowMarginsArePointsOfTheShotMadePixels) {
         const auto& w = windowAt({100, 40, 300, 200}, 24, 16, c.shotScale);
         EXPECT_EQ(layerLocation(w, c.layer, c.shot, {0, 0, 1280 * c.s, 800 * c.s}, c.s, 800), c.expected);
     }
-}
-
-TEST(UngroupedLayerName, JoinsApplicationAndWindow) {
-    EXPECT_EQ(ungroupedLayerName("Editor", "Untitled"), "Editor - Untitled");
 }

@@ -22,11 +22,6 @@ TEST(Rect, TouchingEdgesDoNotIntersect) {
     EXPECT_FALSE(a.intersects({50, 50, 0, 0}));
 }
 
-TEST(Rect, PrintsInNestedBraces) {
-    EXPECT_EQ(rectToString({100, 40, 800, 600}), "{{100, 40}, {800, 600}}");
-    EXPECT_EQ(rectToString({-0.5, 2.25, 1, 0}), "{{-0.5, 2.25}, {1, 0}}");
-}
-
 TEST(DisplaysMeetingRect, FlipsFramesWithTheMainScreenHeight) {
     // Main 1440x900; a taller second screen to the right, bottom edges level.
     const std::vector<ScreenListEntry> screens{
