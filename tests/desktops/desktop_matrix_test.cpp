@@ -21,7 +21,6 @@
 #include "platform/x11/x11_window_server.h"
 #include "tests/support/psd_tools.h"
 #include "tests/x11/x11_test_support.h"
-#include "tests/x11/xwd_picture.h"
 
 namespace pv::test {
 namespace {
