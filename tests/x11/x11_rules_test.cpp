@@ -194,18 +194,17 @@ TEST(StackingLevels, StrictlyDecreaseFrontToBackKeepingEachKindsFrontmostAtItsLa
     EXPECT_EQ(levels.back(), INT32_MIN);  // clamped, not wrapped round
 }
 
-TEST(ZPixmapPixels, CommonLayoutSwapsToRgbaAndIsOpaqueBelowDepth32) {
+TEST(ZPixmapPixels, CommonLayoutSwapsToRgbaOpaqueBelowDepth32AndKeepsAlphaAtIt) {
     const uint8_t bgrx[] = {10, 20, 30, 0, 40, 50, 60, 99, /*padding*/ 7, 7, 7, 7};
     const Image image = imageFromZPixmap(bgrx, 2, 1, 12, ZPixmapFormat{});
     EXPECT_EQ(image.pixels, (std::vector<uint8_t>{30, 20, 10, 255, 60, 50, 40, 255}));
-}
 
-TEST(ZPixmapPixels, Depth32KeepsAlphaAndKeepsColourWithinIt) {
+    // Depth 32 keeps alpha, and colour within it.
     ZPixmapFormat argb;
     argb.depth = 32;
     const uint8_t pixels[] = {0, 0, 128, 128, 200, 200, 200, 100, 0, 0, 0, 0};
-    const Image image = imageFromZPixmap(pixels, 3, 1, 12, argb);
-    EXPECT_EQ(image.pixels, (std::vector<uint8_t>{128, 0, 0, 128, 100, 100, 100, 100, 0, 0, 0, 0}));
+    EXPECT_EQ(imageFromZPixmap(pixels, 3, 1, 12, argb).pixels,
+              (std::vector<uint8_t>{128, 0, 0, 128, 100, 100, 100, 100, 0, 0, 0, 0}));
 }
 
 TEST(ZPixmapPixels, OtherLayoutsAreReadThroughTheVisualMasks) {
