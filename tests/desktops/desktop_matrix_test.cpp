@@ -21,7 +21,6 @@
 #include "platform/x11/x11_window_server.h"
 #include "tests/support/psd_tools.h"
 #include "tests/x11/x11_test_support.h"
-#include "tests/x11/xwd_picture.h"
 
 namespace pv::test {
 namespace {
@@ -96,26 +95,29 @@ struct DesktopCase {
 // Test lists (and so ctest's names) show a case by its name.
 void PrintTo(const DesktopCase& c, std::ostream* os) { *os << c.name; }
 
-// Root pixels to the points the window server reports: origin at the main
-// monitor's top-left corner.
-WindowRect toPoints(const Rect& px, const XvfbOptions& options, double scale) {
-    double originX = 0, originY = 0;
+// The main monitor's top-left corner in root pixels: the origin of the points
+// the window server reports.
+Point mainOrigin(const XvfbOptions& options) {
     for (const MonitorSpec& m : options.monitors)
-        if (m.ownsOutput) originX = m.x, originY = m.y;
-    return {(px.x - originX) / scale, (px.y - originY) / scale, px.width / scale, px.height / scale};
+        if (m.ownsOutput) return {double(m.x), double(m.y)};
+    return {0, 0};
+}
+
+WindowRect toPoints(const Rect& px, const XvfbOptions& options, double scale) {
+    const Point o = mainOrigin(options);
+    return {(px.x - o.x) / scale, (px.y - o.y) / scale, px.width / scale, px.height / scale};
 }
 
 Rect toPixels(const WindowRect& points, const XvfbOptions& options, double scale) {
-    double originX = 0, originY = 0;
-    for (const MonitorSpec& m : options.monitors)
-        if (m.ownsOutput) originX = m.x, originY = m.y;
-    return {points.x * scale + originX, points.y * scale + originY, points.width * scale, points.height * scale};
+    const Point o = mainOrigin(options);
+    return {points.x * scale + o.x, points.y * scale + o.y, points.width * scale, points.height * scale};
 }
 
-// Colour differences where our picture is opaque, leaving out squares of the
-// given size in the four corners; -1 when the sizes differ. (xwd has no
-// alpha: a depth-32 window's pixels are compared as stored.)
-long differingColour(const Image& ours, const Image& reference, int corner = 0) {
+// Pixels that differ in colour where our picture is opaque (and, with
+// alphaToo, in alpha anywhere), leaving out squares of the given size in the
+// four corners; -1 when the sizes differ. (xwd has no alpha: a depth-32
+// window's pixels are compared as stored.)
+long differingColour(const Image& ours, const Image& reference, int corner = 0, bool alphaToo = false) {
     if (ours.width != reference.width || ours.height != reference.height) return -1;
     long count = 0;
     for (int y = 0; y < ours.height; ++y) {
@@ -124,7 +126,7 @@ long differingColour(const Image& ours, const Image& reference, int corner = 0) 
             if (cornerRow && (x < corner || x >= ours.width - corner)) continue;
             const uint8_t* a = ours.row(y) + 4 * x;
             const uint8_t* b = reference.row(y) + 4 * x;
-            if (a[3] == 255 && !std::equal(a, a + 3, b)) ++count;
+            if ((alphaToo && a[3] != b[3]) || (a[3] == 255 && !std::equal(a, a + 3, b))) ++count;
         }
     }
     return count;
@@ -276,19 +278,6 @@ nlohmann::json capturedDocument(Desktop& d, const DesktopCase& c, bool shadow) {
     return doc;
 }
 
-// Pixels where the two pictures of one size differ: alpha anywhere, colour
-// where both are opaque; -1 when the sizes differ.
-long differingOpaque(const Image& ours, const Image& document) {
-    if (ours.width != document.width || ours.height != document.height) return -1;
-    long count = 0;
-    for (size_t i = 0; i < ours.pixels.size(); i += 4) {
-        const uint8_t* a = ours.pixels.data() + i;
-        const uint8_t* b = document.pixels.data() + i;
-        if (a[3] != b[3] || (a[3] == 255 && !std::equal(a, a + 3, b))) ++count;
-    }
-    return count;
-}
-
 // Every listed window once, front to back, at its visible frame on the
 // canvas (grown by the shadow's margins in pixels when framed), with its
 // picture's pixels; and the layers, composed, make the merged image wherever
@@ -320,7 +309,7 @@ void expectTheDocumentShowsTheDesktop(Desktop& d, const DesktopCase& c, const st
         const Image layer = premultipliedImage(layers[i].rgba, layers[i].right - layers[i].left,
                                                layers[i].bottom - layers[i].top);
         const Image window = cropped(layer, m.left, m.top, picture->width, picture->height);
-        const long differing = differingOpaque(*picture, window);
+        const long differing = differingColour(*picture, window, 0, true);
         EXPECT_EQ(differing, 0) << (differing != 0 ? keepForInspection(c.name + "-layer-" + *e.title, *picture, window) : "");
     }
     if (shadow || !c.framesHoldDecorations) return;

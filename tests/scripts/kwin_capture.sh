@@ -7,22 +7,14 @@
 # its frame, in KWin's stacking order, with whole pixels, the layers agreeing
 # with the merged image, and none of our own windows (the tray's main window is
 # on screen for the second one).
-set -euo pipefail
-src="${PV_SOURCE_DIR:-$(cd "$(dirname "$0")/../.." && pwd)}"
-bin="${PLENAVUE:-$src/build/plenavue}"
-tests="${PV_BUILD_DIR:-$src/build}/tests"
-
 if [ "${1:-}" != --inside ]; then
-  exec bash "$src/tests/support/kwin-session.sh" --permission-checks --install-entry "$bin" \
+  src="${PV_SOURCE_DIR:-$(cd "$(dirname "$0")/../.." && pwd)}"
+  exec bash "$src/tests/support/kwin-session.sh" --permission-checks --install-entry "${PLENAVUE:-$src/build/plenavue}" \
     --kwin-env KWIN_WAYLAND_NO_PERMISSION_CHECKS=1 --kwin-env QT_LOGGING_RULES=kwin_scripting.debug=true \
     -- bash "$0" --inside
 fi
-
-out="$PV_SESSION_DIR/out"
-mkdir -p "$out"
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
-wait_for() { for _ in $(seq 150); do if "$@" >/dev/null 2>&1; then return 0; fi; sleep 0.1; done; return 1; }
+source "$(dirname "$0")/lib.sh"
+out="$work"
 script() { bash "$src/tests/support/kwin-script.sh" "$1"; }
 
 # KWin's own account, from a script of ours printing into its log: every
@@ -40,7 +32,6 @@ truth() {
 place() { script "var l = workspace.clientList(); for (var i = 0; i < l.length; ++i) if (l[i].caption == '$1')
   { l[i].frameGeometry = {x: $2, y: $3, width: l[i].width, height: l[i].height}; workspace.activeClient = l[i]; }"; }
 
-start() { "$@" >/dev/null 2>&1 & }
 QT_QPA_PLATFORM=wayland start "$tests/pv-testwin" --title Red --app-id pv-red --color '#ff0000' --border '#0000ff'
 QT_QPA_PLATFORM=wayland start "$tests/pv-testwin" --title Green --app-id pv-green --color '#00ff00' \
   --border '#ffff00' --size 400x300
@@ -120,11 +111,10 @@ check "$out/shadows.psd" "$out/truth-cli.json" shadows || fail "the command line
 # The tray: a stand-in for the shell's tray and notifications, settings with
 # the output folder, the main window shown by Shift+Meta+6, then Shift+Meta+5.
 /usr/bin/python3 "$src/tests/support/session_services.py" >"$out/services.log" 2>&1 &
-services=$!
+pids+=("$!")
 wait_for grep -q "services up" "$out/services.log" || fail "the tray stand-in did not start"
-mkdir -p "$XDG_CONFIG_HOME/Veltrano" "$out/tray"
-printf '[General]\nshownIntro=true\nformat=0\nshadow=false\noutput=%s\n' "$out/tray" \
-  >"$XDG_CONFIG_HOME/Veltrano/Plenavue.conf"
+mkdir "$out/tray"
+settings shownIntro=true format=0 shadow=false "output=$out/tray"
 "$bin" >"$out/tray.log" 2>&1 &
 app=$!
 wait_for grep -q "^item: " "$out/services.log" || fail "no tray item: $(cat "$out/tray.log")"
@@ -140,5 +130,4 @@ grep -q '"caption":"Plenavue",.*"shown":true' "$out/truth-tray.json" ||
 wait_for sh -c "ls '$out/tray/'*.psd" || fail "Shift+Meta+5 wrote nothing: $(cat "$out/tray.log")"
 check "$(ls "$out"/tray/*.psd | head -n1)" "$out/truth-tray.json" frames Plenavue || fail "the tray's PSD"
 kill -TERM "$app" && wait "$app" || fail "the tray did not quit on SIGTERM"
-kill "$services" 2>/dev/null || true
-exit "$failures"
+finish

@@ -2,23 +2,17 @@
 # labels: unit
 # plenavue list on every shipped fixture prints the tree we expect, its JSON
 # form carries the inventory's flags, and bad fixtures end with one clear line.
-set -euo pipefail
-: "${PLENAVUE:?}" "${PV_SOURCE_DIR:?}"
-work="$(mktemp -d)"
-trap 'rm -rf "$work"' EXIT
-export HOME="$work" XDG_CONFIG_HOME="$work/config"
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
+source "$(dirname "$0")/lib.sh"
 
 for name in one-screen two-screens busy-desktop three-stacked three-offset four-grid names; do
-  "$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/$name.json" >"$work/$name.txt"
-  diff -u "$PV_SOURCE_DIR/tests/expected/$name.txt" "$work/$name.txt" || fail "list of $name"
+  "$bin" list --desktop "$src/fixtures/$name.json" >"$work/$name.txt"
+  diff -u "$src/tests/expected/$name.txt" "$work/$name.txt" || fail "list of $name"
 done
-"$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/busy-desktop.json" --ignore-system >"$work/ignore.txt"
-diff -u "$PV_SOURCE_DIR/tests/expected/busy-desktop-ignore-system.txt" "$work/ignore.txt" || fail "--ignore-system"
+"$bin" list --desktop "$src/fixtures/busy-desktop.json" --ignore-system >"$work/ignore.txt"
+diff -u "$src/tests/expected/busy-desktop-ignore-system.txt" "$work/ignore.txt" || fail "--ignore-system"
 
 # The JSON tree: system windows flagged, the spanning window under both screens.
-"$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/busy-desktop.json" --json >"$work/busy.json"
+"$bin" list --desktop "$src/fixtures/busy-desktop.json" --json >"$work/busy.json"
 /usr/bin/python3 - "$work/busy.json" <<'PY' || fail "JSON tree"
 import json, sys
 root = json.load(open(sys.argv[1]))
@@ -41,7 +35,7 @@ PY
 
 # names.json's expected text above holds its Unicode and no control character;
 # the JSON keeps the role the rules compare and the icon beside the shown name.
-"$PLENAVUE" list --desktop "$PV_SOURCE_DIR/fixtures/names.json" --json >"$work/names.json"
+"$bin" list --desktop "$src/fixtures/names.json" --json >"$work/names.json"
 /usr/bin/python3 - "$work/names.json" <<'PY' || fail "names in JSON"
 import json, sys
 apps = {a["name"]: a for a in json.load(open(sys.argv[1]))["children"][0]["children"]}
@@ -51,14 +45,13 @@ assert apps["\u00c9diteur \u2713"]["role"] == "Editor" and apps["\u00c9diteur \u
 PY
 
 # Bad fixtures: a non-zero exit and one line naming the file.
-for bad in "$PV_SOURCE_DIR"/tests/fixtures/bad/*.json "$work/absent.json"; do
+for bad in "$src"/tests/fixtures/bad/*.json "$work/absent.json"; do
   status=0
-  "$PLENAVUE" list --desktop "$bad" >"$work/out" 2>"$work/err" || status=$?
+  "$bin" list --desktop "$bad" >"$work/out" 2>"$work/err" || status=$?
   [ "$status" -ne 0 ] || fail "$bad accepted"
   [ "$(wc -l <"$work/err")" -eq 1 ] || fail "$bad: expected one line, got: $(cat "$work/err")"
   grep -qF "$bad: " "$work/err" || fail "$bad: message does not name the file: $(cat "$work/err")"
   [ ! -s "$work/out" ] || fail "$bad: printed a tree"
 done
 
-[ "$failures" -eq 0 ] && echo "list: all fixtures as expected"
-exit "$failures"
+finish

@@ -1,61 +1,45 @@
 #!/usr/bin/env bash
 # labels: readers
 # Captures of every shipped fixture, grouped and ungrouped, with and without
-# shadows, read back with psd-tools and compared with what each fixture implies
-# (layers, their order and places, the merged image, and the layers composed
-# against the merged image); and a PNG capture read back with PIL.
-set -euo pipefail
-: "${PLENAVUE:?}" "${PV_SOURCE_DIR:?}"
-work="$(mktemp -d)"
-trap 'rm -rf "$work"' EXIT
-export HOME="$work" XDG_CONFIG_HOME="$work/config"
-check="$PV_SOURCE_DIR/tests/tools/check_capture.py"
-failures=0
+# shadows, as psd-tools reads them back: the canvas, every layer front to back
+# with its names, box and pixels' digest, and the merged image's digest, held
+# against the outlines in tests/expected/capture (PV_UPDATE_EXPECTED=1 writes
+# them anew). And a PNG capture read back with PIL.
+source "$(dirname "$0")/lib.sh"
+expected="$src/tests/expected/capture"
 
-capture_and_check() {  # fixture format shadow [ignore-system]
-  local fixture="$1" format="$2" shadow="$3" ignore="${4:-keep-system}"
-  local file="$work/$fixture-$format-$shadow-$ignore.psd"
-  if ! "$PLENAVUE" capture -q --desktop "$PV_SOURCE_DIR/fixtures/$fixture.json" --format "$format" \
-      "--$shadow" "--$ignore" --file "$file" >/dev/null; then
-    echo "FAIL: capture of $fixture ($format, $shadow, $ignore)" >&2
-    failures=$((failures + 1))
-    return
-  fi
-  /usr/bin/python3 "$check" "$PV_SOURCE_DIR/fixtures/$fixture.json" "$file" "$format" "$shadow" "$ignore" ||
-    failures=$((failures + 1))
+check() {  # fixture format shadow [ignore-system]
+  local name="$1-$2-$3${4:+-$4}"
+  "$bin" capture -q --desktop "$src/fixtures/$1.json" --format "$2" "--$3" "--${4:-keep-system}" \
+    --file "$work/$name.psd" >/dev/null || { fail "capture $name"; return; }
+  /usr/bin/python3 "$src/tests/tools/psd_dump.py" "$work/$name.psd" --summary >"$work/$name.txt" || fail "psd-tools: $name"
+  [ -z "${PV_UPDATE_EXPECTED:-}" ] || cp "$work/$name.txt" "$expected/$name.txt"
+  diff -u "$expected/$name.txt" "$work/$name.txt" || fail "$name differs from its expected outline"
 }
-
 for fixture in one-screen two-screens busy-desktop; do
   for format in grouped ungrouped; do
-    for shadow in shadow no-shadow; do
-      capture_and_check "$fixture" "$format" "$shadow"
-    done
+    check "$fixture" "$format" shadow
+    check "$fixture" "$format" no-shadow
   done
 done
-capture_and_check busy-desktop grouped shadow ignore-system
-# Three and four screens stacked, offset and in a grid: the grouped file with
-# shadows, and the ungrouped one whose layers must make the merged image.
+check busy-desktop grouped shadow ignore-system
+# Three and four screens stacked, offset and in a grid; names in many scripts.
 for fixture in three-stacked three-offset four-grid; do
-  capture_and_check "$fixture" grouped shadow
-  capture_and_check "$fixture" ungrouped no-shadow
+  check "$fixture" grouped shadow
+  check "$fixture" ungrouped no-shadow
 done
-# Names in many scripts: whole in the Unicode name blocks, "?" in the records' own names.
-capture_and_check names grouped no-shadow
+check names grouped no-shadow
 
 # PNG: the desktop picture itself, straight alpha, at the fixture's scale.
-png="$work/desktop.png"
-"$PLENAVUE" capture -q --desktop "$PV_SOURCE_DIR/fixtures/two-screens.json" --format png --file "$png" >/dev/null
-/usr/bin/python3 - "$png" <<'PY' || failures=$((failures + 1))
+"$bin" capture -q --desktop "$src/fixtures/two-screens.json" --format png --file "$work/desktop.png" >/dev/null
+/usr/bin/python3 - "$work/desktop.png" <<'PY' || fail "desktop.png"
 import sys
 from PIL import Image
 img = Image.open(sys.argv[1])
-assert img.mode == "RGBA", img.mode
-assert img.size == (6720, 2400), img.size
-# "Left" (green) on the main screen, whose top is 300 points below the taller side screen's.
+assert img.mode == "RGBA" and img.size == (6720, 2400), (img.mode, img.size)
+# "Left" (green) on the main screen, whose top is 300 points below the taller side screen's;
+# above the main screen no screen: opaque black.
 assert img.getpixel((2 * 200, 2 * (300 + 150))) == (40, 160, 40, 255), img.getpixel((400, 900))
-# Above the main screen: no screen there, opaque black.
 assert img.getpixel((10, 10)) == (0, 0, 0, 255), img.getpixel((10, 10))
-print("ok desktop.png")
 PY
-
-exit "$failures"
+finish

@@ -4,38 +4,20 @@
 # the hot key captures everything but our own windows into the output folder,
 # SIGTERM quits through the same path as Quit and stores the settings, and a
 # desktop without a tray gets the main window and one line saying why.
-set -euo pipefail
-: "${PLENAVUE:?}"
-work="$(mktemp -d /tmp/plenavue-tray.XXXXXX)"
-pids=()
-cleanup() {
-  for ((i = ${#pids[@]} - 1; i >= 0; i--)); do kill "${pids[$i]}" 2>/dev/null || true; wait "${pids[$i]}" 2>/dev/null || true; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-start() { "$@" >/dev/null 2>&1 & pids+=("$!"); }
-wait_for() { for _ in $(seq 100); do if "$@" >/dev/null 2>&1; then return 0; fi; sleep 0.1; done; return 1; }
-failures=0
-fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
-
-Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset +extension Composite 3>"$work/display" >/dev/null 2>&1 &
-pids+=("$!")
-wait_for grep -q . "$work/display"
-export DISPLAY=":$(head -n1 "$work/display")"
-unset XAUTHORITY
+source "$(dirname "$0")/lib.sh"
+start_xvfb 1280x800 +extension Composite
 start openbox --sm-disable
 wait_for sh -c 'xprop -root _NET_SUPPORTING_WM_CHECK | grep -q "window id"'
 start xclock -geometry 200x200+60+80
 start xlogo -geometry 200x160+400+120
 wait_for xdotool search --onlyvisible --class XLogo
 
-export HOME="$work" XDG_CONFIG_HOME="$work/config"
-conf="$work/config/Veltrano/Plenavue.conf"
+conf="$XDG_CONFIG_HOME/Veltrano/Plenavue.conf"
 
 # No tray on this desktop yet: the main window opens and stderr says why.
-mkdir -p "$work/config/Veltrano" "$work/out"
-printf '[General]\nshownIntro=true\nformat=0\noutput=%s\n' "$work/out" >"$conf"
-"$PLENAVUE" >"$work/first.log" 2>&1 &
+mkdir "$work/out"
+settings shownIntro=true format=0 "output=$work/out"
+"$bin" >"$work/first.log" 2>&1 &
 app=$!
 wait_for xdotool search --onlyvisible --name '^Plenavue$' || fail "no main window without a tray"
 grep -q "no system tray" "$work/first.log" || fail "no line about the missing tray: $(cat "$work/first.log")"
@@ -44,9 +26,9 @@ wait "$app" || fail "SIGTERM: exit status $?"
 
 # With a tray: the hot key writes a grouped PSD with the clients and none of ours.
 start trayer --edge top --align right --widthtype request --height 24
-sleep 1
-printf '[General]\nshownIntro=true\nformat=0\nshadow=false\noutput=%s\n' "$work/out" >"$conf"
-"$PLENAVUE" >"$work/second.log" 2>&1 &
+wait_for xdotool search --onlyvisible --class trayer
+settings shownIntro=true format=0 shadow=false "output=$work/out"
+"$bin" >"$work/second.log" 2>&1 &
 app=$!
 # The main window on screen, so that leaving it out is tested; the key is
 # pressed until the program has started and grabbed it.
@@ -54,7 +36,6 @@ wait_for sh -c 'xdotool key shift+super+6; sleep 0.2; xdotool search --onlyvisib
   fail "Shift+Super+6 showed no main window"
 xdotool key shift+super+5
 wait_for sh -c "ls '$work/out'/*.psd" || fail "Shift+Super+5 wrote nothing: $(cat "$work/second.log")"
-sleep 0.5
 psd="$(ls "$work"/out/*.psd | head -n1)"
 /usr/bin/python3 - "$psd" <<'PY' || fail "the captured PSD"
 import sys
@@ -77,4 +58,4 @@ grep -q '^shadow=false' "$conf" || fail "the shadow setting changed: $(cat "$con
 grep -q '^shownIntro=true' "$conf" || fail "shownIntro not stored: $(cat "$conf")"
 grep -q '^outputBookmark=' "$conf" || fail "output folder bookmark not stored: $(cat "$conf")"
 
-exit "$failures"
+finish

@@ -4,11 +4,8 @@
 # clients) is captured into a grouped PSD that psd-tools reads back with one
 # group per application, each holding that application's windows with pixels,
 # each where the demo placed it.
-set -euo pipefail
-src="${PV_SOURCE_DIR:-$(cd "$(dirname "$0")/../.." && pwd)}"
-bin="${PLENAVUE:-$src/build/plenavue}"
-out="$(mktemp -d /tmp/plenavue-x11-demo.XXXXXX)"
-trap 'rm -rf "$out"' EXIT
+source "$(dirname "$0")/lib.sh"
+out="$work"
 
 env -u DISPLAY bash "$src/scripts/demo-desktop.sh" "$bin" "$out" >"$out/stdout" 2>"$out/stderr" || {
   cat "$out/stderr" >&2

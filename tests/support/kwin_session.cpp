@@ -1,65 +1,9 @@
 #include "tests/support/kwin_session.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <stdexcept>
-#include <thread>
 
 namespace pv::test {
 
 namespace {
-
-std::vector<char*> pointers(std::vector<std::string>& items) {
-    std::vector<char*> out;
-    for (auto& s : items) out.push_back(s.data());
-    out.push_back(nullptr);
-    return out;
-}
-
-// fork + exec in a process group of its own with exactly this environment;
-// stdin from inFd (or nothing), stdout to outFd, stderr to errFd (or nowhere).
-pid_t spawn(std::vector<std::string> argv, std::vector<std::string> env, int inFd = -1, int outFd = -1,
-            int errFd = -1) {
-    auto args = pointers(argv);
-    auto vars = pointers(env);
-    const pid_t pid = fork();
-    if (pid < 0) throw std::runtime_error("fork failed");
-    if (pid == 0) {
-        setpgid(0, 0);
-        const int devnull = open("/dev/null", O_RDWR);
-        dup2(inFd >= 0 ? inFd : devnull, STDIN_FILENO);
-        dup2(outFd >= 0 ? outFd : devnull, STDOUT_FILENO);
-        dup2(errFd >= 0 ? errFd : devnull, STDERR_FILENO);
-        execvpe(args[0], args.data(), vars.data());
-        _exit(127);
-    }
-    return pid;
-}
-
-void terminate(pid_t pid) {
-    if (pid <= 0) return;
-    kill(-pid, SIGTERM);
-    bool ended = false;
-    for (int i = 0; i < 200 && !ended; ++i) {
-        ended = waitpid(pid, nullptr, WNOHANG) == pid;
-        if (!ended) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    if (!ended) {
-        kill(-pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-    }
-}
-
-std::string readAll(int fd) {
-    std::string out;
-    char buf[65536];
-    for (ssize_t n; (n = read(fd, buf, sizeof buf)) > 0;) out.append(buf, static_cast<size_t>(n));
-    return out;
-}
 
 std::string sourceDir() { return PV_SOURCE_DIR; }
 
@@ -83,9 +27,11 @@ KWinSession::KWinSession(KWinSessionOptions options) {
     const int log = mkostemp(logName, O_CLOEXEC);
     if (log < 0) throw std::runtime_error("no log file");
     unlink(logName);
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e) env.emplace_back(*e);
-    launcher_ = spawn(argv, env, in[0], out[1], log);
+    SpawnOptions o;
+    o.in = in[0];
+    o.out = out[1];
+    o.err = log;
+    launcher_ = spawn(argv, o);
     close(in[0]);
     close(out[1]);
     keepAlive_ = in[1];
@@ -131,15 +77,12 @@ std::string KWinSession::env(const std::string& name) const {
     return it == env_.end() ? std::string() : it->second;
 }
 
-std::vector<std::string> KWinSession::environment(const std::vector<std::string>& extra) const {
-    std::map<std::string, std::string> all = env_;
-    for (const auto& e : extra) {
-        const size_t eq = e.find('=');
-        all[e.substr(0, eq)] = eq == std::string::npos ? "" : e.substr(eq + 1);
-    }
-    std::vector<std::string> out;
-    for (const auto& [k, v] : all) out.push_back(k + "=" + v);
-    return out;
+SpawnOptions KWinSession::environment(const std::vector<std::string>& extra) const {
+    SpawnOptions o;
+    o.exactEnv = true;
+    for (const auto& [k, v] : env_) o.env.push_back(k + "=" + v);
+    o.env.insert(o.env.end(), extra.begin(), extra.end());
+    return o;
 }
 
 pid_t KWinSession::start(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv) {
@@ -155,23 +98,7 @@ void KWinSession::stop(pid_t pid) {
 
 int KWinSession::run(const std::vector<std::string>& argv, std::string* out, std::string* err,
                      const std::vector<std::string>& extraEnv) {
-    int o[2], e[2];
-    if (pipe2(o, O_CLOEXEC) != 0 || pipe2(e, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-    const pid_t pid = spawn(argv, environment(extraEnv), -1, o[1], e[1]);
-    close(o[1]);
-    close(e[1]);
-    // Both pipes are read at once, so that neither can fill up.
-    std::string errText;
-    std::thread errReader([&] { errText = readAll(e[0]); });
-    const std::string outText = readAll(o[0]);
-    errReader.join();
-    close(o[0]);
-    close(e[0]);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    if (out) *out = outText;
-    if (err) *err = errText;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return runProgram(argv, environment(extraEnv), out, err);
 }
 
 void KWinSession::runScript(const std::string& js) {
@@ -197,15 +124,6 @@ pid_t KWinSession::startTestWindow(const std::string& title, const std::string& 
     return start({PV_TESTWIN, "--title", title, "--color", fill, "--border", border, "--size", size, "--app-id",
                   appId.empty() ? "pv-testwin" : appId},
                  {std::string("QT_QPA_PLATFORM=") + (x11 ? "xcb" : "wayland")});
-}
-
-bool KWinSession::waitFor(const std::function<bool()>& check, std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (check()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return check();
 }
 
 }  // namespace pv::test

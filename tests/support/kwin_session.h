@@ -5,13 +5,9 @@
 // the session. The test process itself stays outside: it talks to the
 // session's bus through the address env("DBUS_SESSION_BUS_ADDRESS").
 
-#include <sys/types.h>
-
-#include <chrono>
-#include <functional>
 #include <map>
-#include <string>
-#include <vector>
+
+#include "tests/support/process.h"
 
 namespace pv::test {
 
@@ -57,12 +53,12 @@ public:
     pid_t startTestWindow(const std::string& title, const std::string& fill, const std::string& border,
                           const std::string& size = "300x200", bool x11 = false, const std::string& appId = "");
 
-    // Polls check until it holds; false when it did not within the limit.
-    static bool waitFor(const std::function<bool()>& check,
-                        std::chrono::milliseconds limit = std::chrono::seconds(15));
+    static bool waitFor(const std::function<bool()>& check, std::chrono::milliseconds limit = std::chrono::seconds(15)) {
+        return test::waitFor(check, limit);
+    }
 
 private:
-    std::vector<std::string> environment(const std::vector<std::string>& extra) const;
+    SpawnOptions environment(const std::vector<std::string>& extra) const;
 
     pid_t launcher_ = -1;
     int keepAlive_ = -1;  // the launcher's command ends when this closes

@@ -1,74 +1,35 @@
 #include "tests/support/psd_tools.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <stdexcept>
 
-#include <unistd.h>
+#include "tests/support/process.h"
 
 namespace pv::test {
 
-namespace {
-
-constexpr const char* kPython = "/usr/bin/python3";
-
-std::string quoted(const std::string& s) {
-    std::string out = "'";
-    for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-}
-
-}  // namespace
-
-bool psdToolsAvailable() {
-    const std::string cmd = std::string(kPython) + " -c 'import psd_tools, numpy' >/dev/null 2>&1";
-    return std::system(cmd.c_str()) == 0;
-}
+bool psdToolsAvailable() { return runProgram({"/usr/bin/python3", "-c", "import psd_tools, numpy"}) == 0; }
 
 nlohmann::json psdToolsDump(const std::string& psdPath, bool withPixels) {
-    const auto errPath = std::filesystem::temp_directory_path() /
-                         ("pv-psd-dump-" + std::to_string(::getpid()) + "-" + std::to_string(std::rand()) + ".err");
-    const std::string cmd = std::string(kPython) + " " + PV_SOURCE_DIR + "/tests/tools/psd_dump.py " +
-                            quoted(psdPath) + (withPixels ? " --pixels" : "") + " 2>" + quoted(errPath.string());
-    FILE* pipe = popen(cmd.c_str(), "r");
-    if (!pipe) throw std::runtime_error("cannot run " + cmd);
-    std::string out;
-    char buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
-    const int status = pclose(pipe);
-    std::ifstream errFile(errPath);
-    const std::string err((std::istreambuf_iterator<char>(errFile)), std::istreambuf_iterator<char>());
-    std::filesystem::remove(errPath);
-    if (status != 0) throw std::runtime_error("psd-tools refused " + psdPath + ": " + err);
+    std::vector<std::string> argv{"/usr/bin/python3", std::string(PV_SOURCE_DIR) + "/tests/tools/psd_dump.py", psdPath};
+    if (withPixels) argv.push_back("--pixels");
+    std::string out, err;
+    if (runProgram(argv, {}, &out, &err) != 0) throw std::runtime_error("psd-tools refused " + psdPath + ": " + err);
     return nlohmann::json::parse(out);
 }
 
 std::vector<uint8_t> fromBase64(const std::string& text) {
-    auto value = [](char c) -> int {
-        if (c >= 'A' && c <= 'Z') return c - 'A';
-        if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-        if (c >= '0' && c <= '9') return c - '0' + 52;
-        if (c == '+') return 62;
-        if (c == '/') return 63;
-        return -1;
-    };
+    static const std::string digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    int value[256];
+    std::fill(std::begin(value), std::end(value), -1);
+    for (size_t i = 0; i < digits.size(); ++i) value[static_cast<unsigned char>(digits[i])] = static_cast<int>(i);
     std::vector<uint8_t> out;
     uint32_t acc = 0;
     int bits = 0;
     for (char c : text) {
-        const int v = value(c);
+        const int v = value[static_cast<unsigned char>(c)];
         if (v < 0) continue;  // padding
         acc = (acc << 6) | static_cast<uint32_t>(v);
-        bits += 6;
-        if (bits >= 8) {
-            bits -= 8;
-            out.push_back(static_cast<uint8_t>(acc >> bits));
-        }
+        if ((bits += 6) >= 8) out.push_back(static_cast<uint8_t>(acc >> (bits -= 8)));
     }
     return out;
 }

@@ -8,8 +8,11 @@ alpha as stored), never a composite matted over a background. "name" is the
 name psd-tools reads (the Unicode name block where there is one),
 "pascal_name" the record's own one-byte-per-character name.
 
-usage: psd_dump.py FILE [--pixels]
-  --pixels  add each layer's and the merged image's RGBA bytes as base64
+usage: psd_dump.py FILE [--pixels | --summary]
+  --pixels   add each layer's and the merged image's RGBA bytes as base64
+  --summary  print a text outline instead, front of the stack first: every
+             layer's kind, names, box and pixels' digest, for comparison
+             with an expected outline
 """
 import base64
 import hashlib
@@ -81,6 +84,14 @@ def merged_rgba(psd):
     return interleave({ids[i]: p for i, p in enumerate(planes) if i in ids}, psd.width, psd.height)
 
 
+def outline(nodes, indent=""):
+    for n in reversed(nodes):
+        digest = n["pixels"]["sha256"][:16] if "pixels" in n else "-"
+        yield "%s%s %r %r (%d, %d, %d, %d) %s" % (indent, n["kind"], n["name"], n["pascal_name"], n["left"], n["top"],
+                                                  n["right"], n["bottom"], digest)
+        yield from outline(n.get("children", []), indent + "  ")
+
+
 def main(argv):
     args = [a for a in argv[1:] if not a.startswith("--")]
     with_pixels = "--pixels" in argv
@@ -88,6 +99,11 @@ def main(argv):
         sys.stderr.write(__doc__)
         return 2
     psd = PSDImage.open(args[0])
+    if "--summary" in argv:
+        print("%dx%d, %d channels, merged %s" % (psd.width, psd.height, psd.channels,
+                                                 pixel_summary(merged_rgba(psd), False)["sha256"][:16]))
+        print("\n".join(outline([describe(layer, False) for layer in psd])))
+        return 0
     layer_info = psd._record.layer_and_mask_information.layer_info
     xmp = psd.image_resources.get_data(1060)
     if isinstance(xmp, bytes):

@@ -5,7 +5,6 @@
 
 #include "platform/x11/x11_window_server.h"
 #include "tests/x11/x11_test_support.h"
-#include "tests/x11/xwd_picture.h"
 
 namespace pv::test {
 namespace {
@@ -68,7 +67,7 @@ TEST_F(ManagedPictures, EachPictureEqualsXwdOfTheUncoveredFrame) {
     }
 }
 
-TEST_F(ManagedPictures, HalfCoveredWindowIsCapturedWhole) {
+TEST_F(ManagedPictures, CoveredWindowsAndWindowsPastTheScreenEdgeAreCapturedWhole) {
     const Image uncovered = reference("xlogo");
     const WindowRect logo = entry("xlogo").bounds;
     moveTo("xeyes", static_cast<int>(logo.x + logo.width / 2), static_cast<int>(logo.y));
@@ -86,18 +85,17 @@ TEST_F(ManagedPictures, HalfCoveredWindowIsCapturedWhole) {
     ASSERT_TRUE(picture);
     EXPECT_EQ(differingPixels(*picture, uncovered), 0);
     moveTo("xeyes", 600, 80);
-}
 
-TEST_F(ManagedPictures, WindowPastTheScreenEdgeIsCapturedWhole) {
+    // Past the screen's edge, too.
     const Image inside = reference("terminal");
     moveTo("terminal", kScreenWidth - 60, 400);
-    const auto picture = server->windowPicture(std::nullopt, entry("terminal").number, false);
-    ASSERT_TRUE(picture);
-    EXPECT_EQ(differingPixels(*picture, inside), 0);
+    const auto cut = server->windowPicture(std::nullopt, entry("terminal").number, false);
+    ASSERT_TRUE(cut);
+    EXPECT_EQ(differingPixels(*cut, inside), 0);
     moveTo("terminal", 100, 400);
 }
 
-TEST_F(ManagedPictures, SharedMemoryAndPlainRequestsReadTheSamePixels) {
+TEST_F(ManagedPictures, SharedMemoryAndPlainRequestsReadTheSamePixelsOfWindowsAndTheScreen) {
     ASSERT_TRUE(server->usesSharedMemory());  // a local Xvfb offers MIT-SHM
     const uint32_t number = entry("xlogo").number;
     const auto shared = server->windowPicture(std::nullopt, number, false);
@@ -109,11 +107,8 @@ TEST_F(ManagedPictures, SharedMemoryAndPlainRequestsReadTheSamePixels) {
     ASSERT_TRUE(shared && requested && screen);
     EXPECT_EQ(differingPixels(*shared, *requested), 0);
     EXPECT_EQ(differingPixels(*screen, *server->desktopPicture()), 0);
-}
 
-TEST_F(ManagedPictures, DesktopPictureIsTheWholeScreenWithItsWindows) {
-    const auto screen = server->desktopPicture();
-    ASSERT_TRUE(screen);
+    // The desktop picture is the whole screen with its windows.
     EXPECT_EQ(screen->width, kScreenWidth);
     EXPECT_EQ(screen->height, 900);
     const WindowListEntry& e = entry("terminal");
@@ -155,7 +150,7 @@ protected:
     std::unique_ptr<X11WindowServer> server;
 };
 
-TEST_F(UnmanagedPictures, AlphaIsKeptForArgbWindowsAndOpaqueOtherwise) {
+TEST_F(UnmanagedPictures, AlphaIsKeptForArgbWindowsAndOutsideAShapeOpaqueOtherwise) {
     xcb_connection_t* c = session->connection();
     // Premultiplied half-transparent red, as ARGB clients draw it.
     const xcb_window_t argb = makeFilledWindow(c, 32, 20, 20, 60, 40, 0x80800000, "argb");
@@ -166,11 +161,9 @@ TEST_F(UnmanagedPictures, AlphaIsKeptForArgbWindowsAndOpaqueOtherwise) {
     ASSERT_TRUE(translucent && opaque);
     EXPECT_EQ(differingPixels(*translucent, Image::filled(60, 40, 255, 0, 0, 128)), 0);
     EXPECT_EQ(differingPixels(*opaque, Image::filled(60, 40, 0, 255, 0, 255)), 0);
-}
 
-TEST_F(UnmanagedPictures, OutsideAShapedWindowsShapeThePictureIsTransparent) {
-    xcb_connection_t* c = session->connection();
-    const xcb_window_t w = makeFilledWindow(c, 24, 20, 20, 60, 40, 0x0000ff, "shaped");
+    // Outside a shaped window's shape the picture is transparent.
+    const xcb_window_t w = makeFilledWindow(c, 24, 20, 120, 60, 40, 0x0000ff, "shaped");
     const xcb_rectangle_t leftHalf{0, 0, 30, 40};
     xcb_shape_rectangles(c, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, XCB_CLIP_ORDERING_UNSORTED, w, 0, 0, 1, &leftHalf);
     xcb_flush(c);
@@ -181,7 +174,7 @@ TEST_F(UnmanagedPictures, OutsideAShapedWindowsShapeThePictureIsTransparent) {
     EXPECT_EQ(differingPixels(cropped(*picture, 30, 0, 30, 40), Image(30, 40)), 0);
 }
 
-TEST_F(UnmanagedPictures, WindowGoneBetweenListAndPictureHasNoPicture) {
+TEST_F(UnmanagedPictures, WindowsGoneOrResizedSinceTheListAreTakenAsTheyAreNow) {
     xcb_connection_t* c = session->connection();
     const xcb_window_t destroyed = makeFilledWindow(c, 24, 20, 20, 60, 40, 0xff, "destroyed");
     const xcb_window_t unmapped = makeFilledWindow(c, 24, 120, 20, 60, 40, 0xff, "unmapped");
@@ -197,10 +190,8 @@ TEST_F(UnmanagedPictures, WindowGoneBetweenListAndPictureHasNoPicture) {
 
     for (const auto& e : list) EXPECT_FALSE(server->windowPicture(std::nullopt, e.number, false)) << *e.title;
     EXPECT_TRUE(server->windowList().empty());
-}
 
-TEST_F(UnmanagedPictures, ResizedWindowIsTakenAsItIsNow) {
-    xcb_connection_t* c = session->connection();
+    // A window resized since the list is taken as it is now.
     const xcb_window_t w = makeFilledWindow(c, 24, 20, 20, 100, 80, 0xffffff, "resized");
     ASSERT_TRUE(waitForTitles(*server, {"resized"}));
     const uint32_t size[] = {140, 90};

@@ -122,9 +122,6 @@ std::vector<uint8_t> edidWithDescriptor(size_t offset, uint8_t tag, const std::s
 TEST(EdidName, ReadsTheMonitorNameDescriptorWhereverItStands) {
     EXPECT_EQ(edidMonitorName(edidWithDescriptor(72, 0xFC, "DELL U2720Q")), "DELL U2720Q");
     EXPECT_EQ(edidMonitorName(edidWithDescriptor(108, 0xFC, "ABCDEFGHIJKLM")), "ABCDEFGHIJKLM");
-}
-
-TEST(EdidName, NoNameWithoutAMonitorNameDescriptor) {
     EXPECT_EQ(edidMonitorName(edidWithDescriptor(90, 0xFF, "SERIAL123")), std::nullopt);  // serial number
     EXPECT_EQ(edidMonitorName(edidWithDescriptor(54, 0xFC, "")), std::nullopt);
     EXPECT_EQ(edidMonitorName(std::vector<uint8_t>(100, 0)), std::nullopt);  // short block
@@ -132,63 +129,46 @@ TEST(EdidName, NoNameWithoutAMonitorNameDescriptor) {
 
 TEST(BackingScale, WholeMultiplesOf96DpiScaleAndOtherDpiOnlySizeFonts) {
     const std::pair<const char*, double> cases[] = {
-        {"Xft.antialias:\t1\nXft.dpi:\t192\n", 2.0},
-        {"Xft.dpi:\t288\n", 3.0},
-        {"Xft.dpi: 96\n", 1.0},
-        {"Xft.dpi:\t100\n", 1.0},
-        {"Xft.dpi:\t106\n", 1.0},
-        {"Xft.dpi:\t110\n", 1.0},
-        {"Xft.dpi:\t120\n", 1.0},
-        {"Xft.dpi: 144\n", 1.0},
-        {"Xft.dpi:\t191.5\n", 1.0},
-        {"Xft.dpi:\t48\n", 1.0},
-        {"Xcursor.size:\t24\n", 1.0},
-        {"Xft.dpi:\t0\n", 1.0},
+        {"Xft.antialias:\t1\nXft.dpi:\t192\n", 2.0}, {"Xft.dpi:\t288\n", 3.0}, {"Xft.dpi: 96\n", 1.0},
+        {"Xft.dpi:\t120\n", 1.0}, {"Xft.dpi: 144\n", 1.0}, {"Xft.dpi:\t191.5\n", 1.0},
+        {"Xft.dpi:\t48\n", 1.0}, {"Xcursor.size:\t24\n", 1.0}, {"Xft.dpi:\t0\n", 1.0},
     };
     for (const auto& [resources, scale] : cases) EXPECT_EQ(backingScaleFromResources(resources), scale) << resources;
 }
 
-TEST(WindowRole, ShellWindowsGetTheOwnersTheInventoryRulesKnow) {
-    const auto desktop = windowRole({"_NET_WM_WINDOW_TYPE_DESKTOP"}, {});
-    EXPECT_EQ(desktop.owner, "Window Server");
-    EXPECT_EQ(desktop.title, "Desktop");
-    EXPECT_EQ(desktop.layer, kDesktopLayer);
-    const auto dock = windowRole({"_NET_WM_WINDOW_TYPE_DOCK"}, {"_NET_WM_STATE_BELOW"});
-    EXPECT_EQ(dock.owner, "Dock");
-    EXPECT_EQ(dock.title, std::nullopt);
-    EXPECT_EQ(dock.layer, kDockLayer);  // a state does not move a dock
-    EXPECT_EQ(windowRole({"_NET_WM_WINDOW_TYPE_NOTIFICATION"}, {}).owner, "SystemUIServer");
-}
-
-TEST(WindowRole, LayersOrderTheKindsOfWindowsFromBackToFront) {
-    const int32_t desktop = windowRole({"_NET_WM_WINDOW_TYPE_DESKTOP"}, {}).layer;
-    const int32_t below = windowRole({}, {"_NET_WM_STATE_BELOW"}).layer;
-    const int32_t normal = windowRole({"_NET_WM_WINDOW_TYPE_NORMAL"}, {}).layer;
-    const int32_t above = windowRole({}, {"_NET_WM_STATE_ABOVE"}).layer;
-    const int32_t dock = windowRole({"_NET_WM_WINDOW_TYPE_DOCK"}, {}).layer;
-    const int32_t menu = windowRole({"_NET_WM_WINDOW_TYPE_POPUP_MENU"}, {}).layer;
-    const int32_t tooltip = windowRole({"_NET_WM_WINDOW_TYPE_TOOLTIP"}, {}).layer;
-    EXPECT_EQ(normal, 0);
-    EXPECT_EQ(above, 3);
-    EXPECT_EQ(dock, 20);
-    EXPECT_LT(desktop, below);
-    EXPECT_LT(below, normal);
-    EXPECT_LT(dock, menu);
-    EXPECT_LT(menu, tooltip);
-    EXPECT_EQ(windowRole({"_NET_WM_WINDOW_TYPE_DIALOG"}, {"_NET_WM_STATE_MODAL", "_NET_WM_STATE_ABOVE"}).layer,
-              kModalLayer);
-}
-
-TEST(WindowRole, FullscreenWindowsCoverPanelsAndUntypedOverrideRedirectWindowsArePopUps) {
-    const int32_t dock = windowRole({"_NET_WM_WINDOW_TYPE_DOCK"}, {}).layer;
-    const int32_t fullscreen = windowRole({"_NET_WM_WINDOW_TYPE_NORMAL"}, {"_NET_WM_STATE_FULLSCREEN"}).layer;
-    EXPECT_GT(fullscreen, dock);
-    EXPECT_LT(fullscreen, windowRole({"_NET_WM_WINDOW_TYPE_NOTIFICATION"}, {}).layer);
-    EXPECT_EQ(windowRole({}, {}, true).layer, kMenuLayer);
-    EXPECT_EQ(windowRole({"_NET_WM_WINDOW_TYPE_TOOLTIP"}, {}, true).layer, kTooltipLayer);
-    EXPECT_EQ(windowRole({}, {}, false).layer, kNormalLayer);
+// The owners and layers the inventory's rules know, from a window's types and
+// states (the first known type decides), and whether it redirects itself.
+TEST(WindowRole, TypesAndStatesGiveTheOwnerTitleAndLayer) {
+    struct Case {
+        std::vector<std::string> types, states;
+        bool overrideRedirect;
+        std::optional<std::string> owner, title;
+        int32_t layer;
+    };
+    const std::string t = "_NET_WM_WINDOW_TYPE_", s = "_NET_WM_STATE_";
+    const Case cases[] = {
+        {{t + "DESKTOP"}, {}, false, "Window Server", "Desktop", INT32_MIN + 20},
+        {{t + "DOCK"}, {s + "BELOW"}, false, "Dock", {}, 20},  // a state does not move a dock
+        {{"_KDE_NET_WM_WINDOW_TYPE_OVERRIDE", t + "DOCK", t + "NORMAL"}, {}, false, "Dock", {}, 20},
+        {{t + "NOTIFICATION"}, {}, false, "SystemUIServer", {}, 25},
+        {{}, {s + "BELOW"}, false, {}, {}, -1},
+        {{t + "NORMAL"}, {}, false, {}, {}, 0},
+        {{}, {s + "ABOVE"}, false, {}, {}, 3},
+        {{t + "DIALOG"}, {s + "MODAL", s + "ABOVE"}, false, {}, {}, 8},
+        {{t + "NORMAL"}, {s + "FULLSCREEN"}, false, {}, {}, 21},  // over panels, under notifications
+        {{t + "POPUP_MENU"}, {}, false, {}, {}, 101},
+        {{}, {}, true, {}, {}, 101},  // an untyped override-redirect window is a pop-up
+        {{t + "TOOLTIP"}, {}, true, {}, {}, 200},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE((c.types.empty() ? "untyped" : c.types.back()) + (c.states.empty() ? "" : " " + c.states[0]));
+        const WindowRole role = windowRole(c.types, c.states, c.overrideRedirect);
+        EXPECT_EQ(role.owner, c.owner);
+        EXPECT_EQ(role.title, c.title);
+        EXPECT_EQ(role.layer, c.layer);
+    }
     EXPECT_EQ(windowManagerBarRole().owner, "Dock");
-    EXPECT_EQ(windowManagerBarRole().layer, dock);
+    EXPECT_EQ(windowManagerBarRole().layer, kDockLayer);
 }
 
 TEST(StackingLevels, StrictlyDecreaseFrontToBackKeepingEachKindsFrontmostAtItsLayer) {
@@ -214,26 +194,17 @@ TEST(StackingLevels, StrictlyDecreaseFrontToBackKeepingEachKindsFrontmostAtItsLa
     EXPECT_EQ(levels.back(), INT32_MIN);  // clamped, not wrapped round
 }
 
-TEST(WindowRole, TheFirstKnownTypeDecides) {
-    const auto role = windowRole({"_KDE_NET_WM_WINDOW_TYPE_OVERRIDE", "_NET_WM_WINDOW_TYPE_DOCK",
-                                  "_NET_WM_WINDOW_TYPE_NORMAL"},
-                                 {});
-    EXPECT_EQ(role.owner, "Dock");
-    EXPECT_EQ(windowRole({}, {}).owner, std::nullopt);
-}
-
-TEST(ZPixmapPixels, CommonLayoutSwapsToRgbaAndIsOpaqueBelowDepth32) {
+TEST(ZPixmapPixels, CommonLayoutSwapsToRgbaOpaqueBelowDepth32AndKeepsAlphaAtIt) {
     const uint8_t bgrx[] = {10, 20, 30, 0, 40, 50, 60, 99, /*padding*/ 7, 7, 7, 7};
     const Image image = imageFromZPixmap(bgrx, 2, 1, 12, ZPixmapFormat{});
     EXPECT_EQ(image.pixels, (std::vector<uint8_t>{30, 20, 10, 255, 60, 50, 40, 255}));
-}
 
-TEST(ZPixmapPixels, Depth32KeepsAlphaAndKeepsColourWithinIt) {
+    // Depth 32 keeps alpha, and colour within it.
     ZPixmapFormat argb;
     argb.depth = 32;
     const uint8_t pixels[] = {0, 0, 128, 128, 200, 200, 200, 100, 0, 0, 0, 0};
-    const Image image = imageFromZPixmap(pixels, 3, 1, 12, argb);
-    EXPECT_EQ(image.pixels, (std::vector<uint8_t>{128, 0, 0, 128, 100, 100, 100, 100, 0, 0, 0, 0}));
+    EXPECT_EQ(imageFromZPixmap(pixels, 3, 1, 12, argb).pixels,
+              (std::vector<uint8_t>{128, 0, 0, 128, 100, 100, 100, 100, 0, 0, 0, 0}));
 }
 
 TEST(ZPixmapPixels, OtherLayoutsAreReadThroughTheVisualMasks) {

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <regex>
+
+#include "platform/png_io.h"
 #include <stdexcept>
 #include <thread>
 
@@ -58,15 +60,6 @@ bool waitUntilDrawn(WindowServer& server, uint32_t number) {
 
 namespace {
 
-struct ToolRect {
-    double x, y, width, height;
-};
-
-ToolRect rectByXwininfo(XvfbSession& session, uint32_t window) {
-    const Rect r = outerRectByTools(session, window);
-    return {r.x, r.y, r.width, r.height};
-}
-
 // left, right, top, bottom of a four-cardinal property, as xprop prints it.
 std::optional<std::array<double, 4>> extentsByXprop(XvfbSession& session, uint32_t window, const char* property) {
     const std::string text = session.run({"xprop", "-id", std::to_string(window), property});
@@ -88,19 +81,14 @@ Rect outerRectByTools(XvfbSession& session, uint32_t window) {
 }
 
 Rect frameByTools(XvfbSession& session, uint32_t client) {
-    ToolRect r = rectByXwininfo(session, client);
+    Rect r = outerRectByTools(session, client);
     const auto margins = extentsByXprop(session, client, "_GTK_FRAME_EXTENTS");
     const auto extents = extentsByXprop(session, client, "_NET_FRAME_EXTENTS");
-    if (margins) {
-        const auto [l, rt, t, b] = *margins;
-        r = {r.x + l, r.y + t, r.width - l - rt, r.height - t - b};
-    }
-    if (extents) {
-        const auto [l, rt, t, b] = *extents;
-        r = {r.x - l, r.y - t, r.width + l + rt, r.height + t + b};
-    }
-    if (!margins && !extents) r = rectByXwininfo(session, topLevelOf(session.connection(), client));
-    return {r.x, r.y, r.width, r.height};
+    if (!margins && !extents) return outerRectByTools(session, topLevelOf(session.connection(), client));
+    for (const auto& [e, sign] : {std::pair{margins, -1.0}, std::pair{extents, 1.0}})
+        if (e) r = {r.x - sign * (*e)[0], r.y - sign * (*e)[2], r.width + sign * ((*e)[0] + (*e)[1]),
+                    r.height + sign * ((*e)[2] + (*e)[3])};
+    return r;
 }
 
 xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name) {
@@ -168,6 +156,22 @@ long differingPixels(const Image& a, const Image& b) {
     for (size_t i = 0; i < a.pixels.size(); i += 4)
         if (std::memcmp(&a.pixels[i], &b.pixels[i], 4) != 0) ++count;
     return count;
+}
+
+std::optional<Image> xwdPicture(XvfbSession& session, xcb_window_t window) {
+    char path[] = "/tmp/pv-xwd-XXXXXX";
+    const int fd = mkstemp(path);
+    if (fd < 0) return std::nullopt;
+    close(fd);
+    std::optional<Image> image;
+    try {
+        session.run({"xwd", "-silent", "-id", std::to_string(window), "-out", path});
+        session.run({"convert", std::string("xwd:") + path, "-alpha", "off", std::string("png32:") + path});
+        image = readPNG(path, nullptr);
+    } catch (const std::exception&) {
+    }
+    std::remove(path);
+    return image;
 }
 
 Image cropped(const Image& image, int x, int y, int width, int height) {

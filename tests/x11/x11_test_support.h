@@ -1,6 +1,7 @@
 #pragma once
 // Small helpers shared by the X11 tests: finding entries, reading geometry
-// the way independent tools report it, and comparing pictures.
+// and pictures the way independent tools (xwininfo, xprop, xwd, ImageMagick)
+// report them, and comparing pictures.
 
 #include <xcb/xcb.h>
 
@@ -75,6 +76,10 @@ private:
     std::atomic<bool> stop_{false};
     std::thread thread_;
 };
+
+// The window's pixels as xwd dumps them and ImageMagick decodes them, opaque;
+// nullopt when either fails.
+std::optional<Image> xwdPicture(XvfbSession& session, xcb_window_t window);
 
 // Count of pixels that differ between two pictures of equal size; -1 when the sizes differ.
 long differingPixels(const Image& a, const Image& b);

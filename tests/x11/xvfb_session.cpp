@@ -1,79 +1,13 @@
 #include "tests/x11/xvfb_session.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
-#include <thread>
 
 namespace pv::test {
 namespace {
-
-// fork + exec with DISPLAY (and HOME) set, in a process group of its own;
-// stdout to outFd when given, stderr silenced.
-pid_t spawn(const std::vector<std::string>& argv, const std::string& display, const std::string& home,
-            int outFd = -1, int keepFd = -1) {
-    std::vector<char*> args;
-    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid < 0) throw std::runtime_error("fork failed");
-    if (pid == 0) {
-        setpgid(0, 0);
-        if (!display.empty()) setenv("DISPLAY", display.c_str(), 1);
-        if (!home.empty()) {
-            setenv("HOME", home.c_str(), 1);
-            setenv("XDG_CONFIG_HOME", (home + "/.config").c_str(), 1);
-            setenv("XDG_CACHE_HOME", (home + "/.cache").c_str(), 1);
-            setenv("XDG_DATA_HOME", (home + "/.local/share").c_str(), 1);
-            setenv("XDG_RUNTIME_DIR", home.c_str(), 1);
-        }
-        unsetenv("DBUS_SESSION_BUS_ADDRESS");  // never the developer's session bus
-        setenv("NO_AT_BRIDGE", "1", 1);        // GTK: no accessibility bus to look for
-        const int devnull = open("/dev/null", O_RDWR);
-        dup2(devnull, STDIN_FILENO);
-        dup2(outFd >= 0 ? outFd : devnull, STDOUT_FILENO);
-        dup2(devnull, STDERR_FILENO);
-        if (keepFd >= 0) fcntl(keepFd, F_SETFD, 0);
-        execvp(args[0], args.data());
-        _exit(127);
-    }
-    return pid;
-}
-
-// Ends a program and whatever it started in its process group (a session bus,
-// the services that bus started).
-void terminate(pid_t pid) {
-    if (pid <= 0) return;
-    kill(-pid, SIGTERM);
-    bool ended = false;
-    for (int i = 0; i < 100 && !ended; ++i) {
-        ended = waitpid(pid, nullptr, WNOHANG) == pid;
-        if (!ended) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    kill(-pid, SIGKILL);
-    if (!ended) waitpid(pid, nullptr, 0);
-}
-
-std::string readDisplayNumber(int fd) {
-    std::string text;
-    pollfd p{fd, POLLIN, 0};
-    while (text.find('\n') == std::string::npos && poll(&p, 1, 10000) > 0) {
-        char buf[32];
-        const ssize_t n = read(fd, buf, sizeof buf);
-        if (n <= 0) break;
-        text.append(buf, static_cast<size_t>(n));
-    }
-    if (text.find('\n') == std::string::npos) throw std::runtime_error("Xvfb did not start");
-    return ":" + text.substr(0, text.find('\n'));
-}
 
 xcb_atom_t atomNamed(xcb_connection_t* c, const char* name) {
     auto* r = xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, static_cast<uint16_t>(strlen(name)), name), nullptr);
@@ -84,85 +18,75 @@ xcb_atom_t atomNamed(xcb_connection_t* c, const char* name) {
 
 // The manager has named its check window, and that window exists.
 bool windowManagerReady(xcb_connection_t* c, xcb_window_t root) {
-    const xcb_atom_t check = atomNamed(c, "_NET_SUPPORTING_WM_CHECK");
-    auto* prop = xcb_get_property_reply(c, xcb_get_property(c, 0, root, check, XCB_ATOM_WINDOW, 0, 1), nullptr);
+    auto* prop = xcb_get_property_reply(
+        c, xcb_get_property(c, 0, root, atomNamed(c, "_NET_SUPPORTING_WM_CHECK"), XCB_ATOM_WINDOW, 0, 1), nullptr);
     xcb_window_t window = XCB_NONE;
     if (prop && xcb_get_property_value_length(prop) == 4) window = *static_cast<xcb_window_t*>(xcb_get_property_value(prop));
     free(prop);
-    if (window == XCB_NONE) return false;
-    auto* geometry = xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr);
+    auto* geometry = window == XCB_NONE ? nullptr : xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr);
     free(geometry);
     return geometry != nullptr;
 }
 
 // i3 with its bar at the top, no status program that changes, no wizard.
-const char* const kI3Config = R"(# i3 config file (v4)
-font pango:DejaVu Sans Mono 8
-focus_follows_mouse no
-bar {
-  position top
-  status_command echo plenavue
-}
-)";
+const char* const kI3Config =
+    "# i3 config file (v4)\nfont pango:DejaVu Sans Mono 8\nfocus_follows_mouse no\n"
+    "bar {\n  position top\n  status_command echo plenavue\n}\n";
 
 // fluxbox without a wallpaper program (its default style runs one) and
 // without the toolbar's clock, so that the screen holds still.
-const char* const kFluxboxInit = R"(session.screen0.toolbar.tools: workspacename, iconbar
-session.screen0.toolbar.visible: true
-session.screen0.toolbar.placement: BottomCenter
-session.screen0.rootCommand: true
-session.screen0.workspaces: 2
-session.styleOverlay: ~/.fluxbox/overlay
-)";
+const char* const kFluxboxInit =
+    "session.screen0.toolbar.tools: workspacename, iconbar\nsession.screen0.toolbar.visible: true\n"
+    "session.screen0.toolbar.placement: BottomCenter\nsession.screen0.rootCommand: true\n"
+    "session.screen0.workspaces: 2\nsession.styleOverlay: ~/.fluxbox/overlay\n";
 
 }  // namespace
 
-std::string nameOf(WindowManager manager) {
-    switch (manager) {
-        case WindowManager::None: return "none";
-        case WindowManager::Openbox: return "openbox";
-        case WindowManager::Xfwm4: return "xfwm4";
-        case WindowManager::Metacity: return "metacity";
-        case WindowManager::Marco: return "marco";
-        case WindowManager::KWin: return "kwin";
-        case WindowManager::I3: return "i3";
-        case WindowManager::Fluxbox: return "fluxbox";
-    }
-    return "?";
-}
-
-std::string nameOf(Compositor compositor) {
-    switch (compositor) {
-        case Compositor::None: return "none";
-        case Compositor::Picom: return "picom";
-        case Compositor::PicomUnredirect: return "picom_unredir";
-        case Compositor::Xcompmgr: return "xcompmgr";
-    }
-    return "?";
-}
-
-XvfbSession::XvfbSession(XvfbOptions options) {
+XvfbSession::XvfbSession(XvfbOptions o) {
     unsetenv("DISPLAY");  // nothing here may reach the developer's display
     char home[] = "/tmp/pv-xvfb-home-XXXXXX";
     if (!mkdtemp(home)) throw std::runtime_error("no private home");
     home_ = home;
     try {
-        startServer(options);
-        if (!options.monitors.empty()) setMonitors(options.monitors);
-        if (!options.resources.empty()) setResources(options.resources);
-        if (options.manager == WindowManager::None && options.windowManager) options.manager = WindowManager::Openbox;
-        if (options.manager != WindowManager::None) startWindowManager(options.manager);
-        if (options.compositor != Compositor::None) startCompositor(options.compositor);
+        int fds[2];
+        if (pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+        SpawnOptions xvfb;
+        xvfb.keep = fds[1];
+        server_ = spawn({"Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0",
+                         std::to_string(o.width) + "x" + std::to_string(o.height) + "x24", "-nolisten", "tcp",
+                         "-noreset", "+extension", "Composite", "+extension", "RANDR"},
+                        xvfb);
+        close(fds[1]);
+        pollfd p{fds[0], POLLIN, 0};
+        std::string number;
+        for (char ch = 0; ch != '\n' && poll(&p, 1, 10000) > 0 && read(fds[0], &ch, 1) == 1;) number += ch;
+        close(fds[0]);
+        if (number.empty() || number.back() != '\n') throw std::runtime_error("Xvfb did not start");
+        display_ = ":" + number.substr(0, number.size() - 1);
+        conn_ = xcb_connect(display_.c_str(), nullptr);
+        if (xcb_connection_has_error(conn_)) throw std::runtime_error("cannot reach the new Xvfb " + display_);
+        if (!o.monitors.empty()) setMonitors(o.monitors);
+        if (!o.resources.empty()) {
+            xcb_change_property(conn_, XCB_PROP_MODE_REPLACE, root(), atomNamed(conn_, "RESOURCE_MANAGER"),
+                                XCB_ATOM_STRING, 8, static_cast<uint32_t>(o.resources.size()), o.resources.data());
+            free(xcb_get_input_focus_reply(conn_, xcb_get_input_focus(conn_), nullptr));
+        }
+        startWindowManager(o.manager);
+        const std::vector<std::vector<std::string>> compositors{
+            {}, {"picom", "--backend", "xrender"}, {"picom", "--backend", "xrender", "--unredir-if-possible"}, {"xcompmgr"}};
+        if (o.compositor != Compositor::None) {
+            start(compositors[static_cast<size_t>(o.compositor)]);
+            waitUntil([&] { return compositing(); }, "the compositor did not start compositing");
+        }
     } catch (...) {
-        for (auto it = children_.rbegin(); it != children_.rend(); ++it) terminate(*it);
-        if (conn_) xcb_disconnect(conn_);
-        terminate(server_);
-        std::filesystem::remove_all(home_);
+        end();
         throw;
     }
 }
 
-XvfbSession::~XvfbSession() {
+XvfbSession::~XvfbSession() { end(); }
+
+void XvfbSession::end() {
     for (auto it = children_.rbegin(); it != children_.rend(); ++it) terminate(*it);
     if (conn_) xcb_disconnect(conn_);
     terminate(server_);
@@ -172,24 +96,11 @@ XvfbSession::~XvfbSession() {
 
 xcb_window_t XvfbSession::root() const { return xcb_setup_roots_iterator(xcb_get_setup(conn_)).data->root; }
 
-void XvfbSession::startServer(const XvfbOptions& o) {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-    const std::string screen = std::to_string(o.width) + "x" + std::to_string(o.height) + "x24";
-    server_ = spawn({"Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", screen, "-nolisten", "tcp",
-                     "-noreset", "+extension", "Composite", "+extension", "RANDR"},
-                    "", "", -1, fds[1]);
-    close(fds[1]);
-    try {
-        display_ = readDisplayNumber(fds[0]);
-    } catch (...) {
-        close(fds[0]);
-        terminate(server_);
-        throw;
-    }
-    close(fds[0]);
-    conn_ = xcb_connect(display_.c_str(), nullptr);
-    if (xcb_connection_has_error(conn_)) throw std::runtime_error("cannot reach the new Xvfb " + display_);
+SpawnOptions XvfbSession::options() const {
+    // Never the developer's session bus; GTK looks for no accessibility bus.
+    return {{"DISPLAY=" + display_, "HOME=" + home_, "XDG_CONFIG_HOME=" + home_ + "/.config",
+             "XDG_CACHE_HOME=" + home_ + "/.cache", "XDG_DATA_HOME=" + home_ + "/.local/share",
+             "XDG_RUNTIME_DIR=" + home_, "DBUS_SESSION_BUS_ADDRESS", "NO_AT_BRIDGE=1"}};
 }
 
 std::string XvfbSession::writeHomeFile(const std::string& name, const std::string& text) {
@@ -199,50 +110,35 @@ std::string XvfbSession::writeHomeFile(const std::string& name, const std::strin
     return path.string();
 }
 
+void XvfbSession::waitUntil(const std::function<bool()>& ready, const std::string& what) {
+    if (!waitFor(ready, std::chrono::seconds(30))) throw std::runtime_error(what);
+}
+
 void XvfbSession::startWindowManager(WindowManager manager) {
     // The GNOME-family managers and kwin read their settings over a session bus.
-    const std::vector<std::string> onBus{"dbus-run-session", "--"};
-    const auto busAnd = [&](std::vector<std::string> argv) {
-        argv.insert(argv.begin(), onBus.begin(), onBus.end());
-        return argv;
-    };
-    bool composites = true;
+    const std::vector<std::string> bus{"dbus-run-session", "--"};
     std::vector<std::string> argv;
     switch (manager) {
         case WindowManager::None: return;
-        case WindowManager::Openbox: argv = {"openbox", "--sm-disable"}; composites = false; break;
-        case WindowManager::Xfwm4: argv = busAnd({"xfwm4", "--compositor=on"}); break;
-        case WindowManager::Metacity: argv = busAnd({"metacity", "--sm-disable", "--composite"}); break;
-        case WindowManager::Marco: argv = busAnd({"marco", "--sm-disable", "--composite"}); break;
-        case WindowManager::KWin: argv = busAnd({"kwin_x11"}); break;
-        case WindowManager::I3:
-            argv = {"i3", "-c", writeHomeFile(".config/i3/config", kI3Config)};
-            composites = false;
-            break;
+        case WindowManager::Openbox: argv = {"openbox", "--sm-disable"}; break;
+        case WindowManager::Xfwm4: argv = {"xfwm4", "--compositor=on"}; break;
+        case WindowManager::Metacity: argv = {"metacity", "--sm-disable", "--composite"}; break;
+        case WindowManager::Marco: argv = {"marco", "--sm-disable", "--composite"}; break;
+        case WindowManager::KWin: argv = {"kwin_x11"}; break;
+        case WindowManager::I3: argv = {"i3", "-c", writeHomeFile(".config/i3/config", kI3Config)}; break;
         case WindowManager::Fluxbox:
             writeHomeFile(".fluxbox/overlay", "background: none\n");
             argv = {"fluxbox", "-rc", writeHomeFile(".fluxbox/init", kFluxboxInit)};
-            composites = false;
             break;
     }
+    const bool composites = manager == WindowManager::Xfwm4 || manager == WindowManager::Metacity ||
+                            manager == WindowManager::Marco || manager == WindowManager::KWin;
+    if (composites) argv.insert(argv.begin(), bus.begin(), bus.end());
     start(argv);
-    if (!waitFor([&] { return windowManagerReady(conn_, root()); }, std::chrono::seconds(30)))
-        throw std::runtime_error(nameOf(manager) + " did not come up");
+    waitUntil([&] { return windowManagerReady(conn_, root()); }, argv.back() + " did not come up");
     // Clients decide at start whether the screen is composited (GTK draws its
     // shadow margins only then), so the compositor must be up first.
-    if (composites && !waitFor([&] { return compositing(); }, std::chrono::seconds(30)))
-        throw std::runtime_error(nameOf(manager) + " did not start compositing");
-}
-
-void XvfbSession::startCompositor(Compositor compositor) {
-    switch (compositor) {
-        case Compositor::None: return;
-        case Compositor::Picom: start({"picom", "--backend", "xrender"}); break;
-        case Compositor::PicomUnredirect: start({"picom", "--backend", "xrender", "--unredir-if-possible"}); break;
-        case Compositor::Xcompmgr: start({"xcompmgr"}); break;
-    }
-    if (!waitFor([&] { return compositing(); }, std::chrono::seconds(30)))
-        throw std::runtime_error(nameOf(compositor) + " did not start compositing");
+    if (composites) waitUntil([&] { return compositing(); }, "the window manager did not start compositing");
 }
 
 bool XvfbSession::compositing() const {
@@ -251,12 +147,6 @@ bool XvfbSession::compositing() const {
     const bool owned = owner && owner->owner != XCB_NONE;
     free(owner);
     return owned;
-}
-
-void XvfbSession::setResources(const std::string& resources) {
-    xcb_change_property(conn_, XCB_PROP_MODE_REPLACE, root(), atomNamed(conn_, "RESOURCE_MANAGER"), XCB_ATOM_STRING, 8,
-                        static_cast<uint32_t>(resources.size()), resources.data());
-    free(xcb_get_input_focus_reply(conn_, xcb_get_input_focus(conn_), nullptr));
 }
 
 void XvfbSession::setMonitors(const std::vector<MonitorSpec>& monitors) {
@@ -270,7 +160,7 @@ void XvfbSession::setMonitors(const std::vector<MonitorSpec>& monitors) {
 }
 
 pid_t XvfbSession::start(const std::vector<std::string>& argv) {
-    const pid_t pid = spawn(argv, display_, home_);
+    const pid_t pid = spawn(argv, options());
     children_.push_back(pid);
     return pid;
 }
@@ -281,17 +171,8 @@ void XvfbSession::stop(pid_t pid) {
 }
 
 std::string XvfbSession::run(const std::vector<std::string>& argv) {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-    const pid_t pid = spawn(argv, display_, home_, fds[1]);
-    close(fds[1]);
     std::string out;
-    char buf[65536];
-    for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;) out.append(buf, static_cast<size_t>(n));
-    close(fds[0]);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error(argv[0] + " failed");
+    if (runProgram(argv, options(), &out) != 0) throw std::runtime_error(argv[0] + " failed");
     return out;
 }
 
@@ -299,15 +180,6 @@ void XvfbSession::killServer() {
     kill(server_, SIGKILL);
     waitpid(server_, nullptr, 0);
     server_ = -1;
-}
-
-bool XvfbSession::waitFor(const std::function<bool()>& check, std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (check()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return check();
 }
 
 }  // namespace pv::test

@@ -9,11 +9,11 @@
 #include <sys/types.h>
 #include <xcb/xcb.h>
 
-#include <chrono>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "tests/support/process.h"
 
 namespace pv::test {
 
@@ -23,40 +23,21 @@ struct MonitorSpec {
     bool ownsOutput = false;  // takes over Xvfb's one output (and with it its primary mark)
 };
 
-enum class WindowManager {
-    None,
-    Openbox,
-    Xfwm4,     // with its compositor
-    Metacity,  // with its compositor
-    Marco,     // with its compositor
-    KWin,      // kwin_x11, compositing
-    I3,        // with i3bar at the top
-    Fluxbox,   // toolbar without a clock, no wallpaper, two desktops
-};
-
-enum class Compositor {
-    None,
-    Picom,             // xrender backend
-    PicomUnredirect,   // the same, with --unredir-if-possible
-    Xcompmgr,
-};
+// Managers marked "composites" run their own compositor.
+enum class WindowManager { None, Openbox, Xfwm4, Metacity, Marco, KWin, I3, Fluxbox };
+enum class Compositor { None, Picom, PicomUnredirect, Xcompmgr };
 
 struct XvfbOptions {
     XvfbOptions(int w = 1600, int h = 1000, bool openbox = false, std::vector<MonitorSpec> m = {})
-        : width(w), height(h), windowManager(openbox), monitors(std::move(m)) {}
+        : width(w), height(h), monitors(std::move(m)), manager(openbox ? WindowManager::Openbox : WindowManager::None) {}
 
     int width;
     int height;
-    bool windowManager;  // openbox, when manager says nothing else
     std::vector<MonitorSpec> monitors;
-    WindowManager manager = WindowManager::None;
+    WindowManager manager;
     Compositor compositor = Compositor::None;
     std::string resources;  // the root's RESOURCE_MANAGER, e.g. "Xft.dpi:\t192\n"
 };
-
-// A short name for test names and messages ("xfwm4", "picom").
-std::string nameOf(WindowManager manager);
-std::string nameOf(Compositor compositor);
 
 class XvfbSession {
 public:
@@ -79,21 +60,20 @@ public:
     // Ends the X server abruptly, as a crash or a logout would.
     void killServer();
 
-    // Polls check until it holds; false when it did not within the limit.
-    static bool waitFor(const std::function<bool()>& check,
-                        std::chrono::milliseconds limit = std::chrono::seconds(10));
+    static bool waitFor(const std::function<bool()>& check, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+        return test::waitFor(check, limit);
+    }
 
     // True while some client owns the compositing-manager selection.
     bool compositing() const;
-    const std::string& home() const { return home_; }
 
 private:
-    void startServer(const XvfbOptions& options);
     void startWindowManager(WindowManager manager);
-    void startCompositor(Compositor compositor);
     void setMonitors(const std::vector<MonitorSpec>& monitors);
-    void setResources(const std::string& resources);
     std::string writeHomeFile(const std::string& name, const std::string& text);
+    void waitUntil(const std::function<bool()>& ready, const std::string& what);
+    void end();
+    SpawnOptions options() const;
 
     std::string display_;
     std::string home_;
