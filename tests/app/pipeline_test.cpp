@@ -272,7 +272,7 @@ TEST_F(Interleaving, SaveThenSelectKeepsTheSavedDocumentWhole) {
 
 TEST_F(Interleaving, SelectingAgainStopsTheRunningPreviewAndOnlyTheNewestFollows) {
     delegate_->refresh();
-    previewHeld({windowNamed("Untitled")});
+    previewHeld({delegate_->root()});  // held inside the first of its windows
     view_->selection = {windowNamed("Untitled")};
     delegate_->select();  // must wait for the running job, not take the same window beside it
     view_->selection = {windowNamed("Photo")};
@@ -282,10 +282,10 @@ TEST_F(Interleaving, SelectingAgainStopsTheRunningPreviewAndOnlyTheNewestFollows
     finishAll();
     EXPECT_FALSE(sawStatus("Cached: Untitled"));
     EXPECT_FALSE(sawStatus("Capturing: Untitled"));
-    EXPECT_TRUE(sawStatus("Capturing: Photo"));
-    // The pictures the jobs took reached their nodes (on the main thread).
-    EXPECT_TRUE(windowNamed("Untitled")->shot);
-    EXPECT_TRUE(windowNamed("Photo")->shot);
+    // The older job stopped after the picture it was held in: of the windows
+    // only it wanted, at most that one has a picture.
+    EXPECT_LE(!!windowNamed("Untitled")->shot + !!windowNamed("Notes")->shot, 1);
+    EXPECT_TRUE(windowNamed("Photo")->shot);  // pictures reach their nodes (on the main thread)
     // The preview shows the newest selection only: Photo, not Untitled.
     ASSERT_TRUE(delegate_->compositeImage);
     EXPECT_EQ(delegate_->compositeImage->row(150)[100 * 4 + 3], 128);  // inside Photo

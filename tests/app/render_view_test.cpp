@@ -45,7 +45,6 @@ TEST_F(RenderViewInArea, WithoutAPictureTheEmptyPaneShowsTheCheckerboard) {
     EXPECT_EQ(pixel(2, 2), qRgb(255, 255, 255));
     EXPECT_EQ(pixel(10, 2), qRgb(204, 204, 204));
     EXPECT_EQ(pixel(10, 10), qRgb(255, 255, 255));
-    EXPECT_EQ(pixel(2, 12), qRgb(204, 204, 204));
     // It keeps covering the pane as the pane changes, zooms or not.
     area_.resize(900, 500);
     view_->zoomIn();
@@ -57,13 +56,16 @@ TEST_F(RenderViewInArea, SmallPictureIsCentredInThePane) {
     view_->setImage(picture(400, 300, 200, 0, 0));
     EXPECT_EQ(view_->size(), viewport());
     ASSERT_TRUE(view_->pictureRect());
-    const Rect r = *view_->pictureRect();
-    EXPECT_EQ(r, (Rect{208, 8, 400, 300}));
+    EXPECT_EQ(*view_->pictureRect(), (Rect{208, 8, 400, 300}));
     EXPECT_EQ(view_->renderGeometry().pointerOffsetX(), 208.0f);
     EXPECT_EQ(pixel(208, 8), qRgb(200, 0, 0));
     EXPECT_EQ(pixel(607, 307), qRgb(200, 0, 0));
     EXPECT_EQ(pixel(608, 100), qRgb(255, 255, 255));  // checker square (12, 76): even
-    EXPECT_EQ(pixel(200, 100), qRgb(204, 204, 204));  // square (12, 25): odd
+    // Resizing the pane resizes the view and centres the picture again.
+    area_.resize(1000, 700);
+    QApplication::processEvents();
+    EXPECT_EQ(view_->size(), viewport());
+    EXPECT_EQ(view_->pictureRect()->x, 300);
 }
 
 TEST_F(RenderViewInArea, FitAllFitsTheWholePictureAndScrollsNothing) {
@@ -72,8 +74,7 @@ TEST_F(RenderViewInArea, FitAllFitsTheWholePictureAndScrollsNothing) {
     view_->fitAll();
     QApplication::processEvents();
     EXPECT_EQ(view_->scale(), static_cast<float>(800.0 / 2880.0));
-    EXPECT_EQ(view_->size(), viewport());
-    EXPECT_EQ(viewport(), QSize(816, 616));
+    EXPECT_EQ(view_->size(), QSize(816, 616));
     const Rect r = *view_->pictureRect();
     EXPECT_NEAR(r.x, 8, 1e-3);
     EXPECT_NEAR(r.width, 800, 1e-3);
@@ -81,11 +82,14 @@ TEST_F(RenderViewInArea, FitAllFitsTheWholePictureAndScrollsNothing) {
     EXPECT_EQ(area_.verticalScrollBar()->maximum(), 0);
     EXPECT_EQ(pixel(400, 200), qRgb(0, 0, 180));
 
-    // A tall picture fits by its height.
+    // A new picture keeps the scale; a tall picture fits by its height.
     view_->setImage(picture(1000, 2000, 0, 90, 0));
+    EXPECT_EQ(view_->scale(), static_cast<float>(800.0 / 2880.0));
     view_->fitAll();
     EXPECT_EQ(view_->scale(), 0.3f);
     EXPECT_EQ(view_->size(), viewport());
+    view_->setImage(nullptr);
+    EXPECT_FALSE(view_->pictureRect());
 }
 
 TEST_F(RenderViewInArea, FitWidthLeavesTheHeightToScroll) {
@@ -129,22 +133,3 @@ TEST_F(RenderViewInArea, ZoomsGrowAndShrinkTheScrollableView) {
     EXPECT_NEAR(r.x + r.width / 2, viewport().width() / 2.0, 0.5);
 }
 
-TEST_F(RenderViewInArea, ANewPictureKeepsTheScale) {
-    view_->setImage(picture(2880, 1800, 0, 0, 0));
-    view_->fitAll();
-    const float fitted = view_->scale();
-    view_->setImage(picture(100, 100, 0, 0, 0));
-    EXPECT_EQ(view_->scale(), fitted);
-    view_->fitAll();
-    EXPECT_EQ(view_->scale(), 1.0f);
-    view_->setImage(nullptr);
-    EXPECT_FALSE(view_->pictureRect());
-}
-
-TEST_F(RenderViewInArea, ResizingThePaneResizesTheView) {
-    view_->setImage(picture(400, 300, 0, 0, 0));
-    area_.resize(1000, 700);
-    QApplication::processEvents();
-    EXPECT_EQ(view_->size(), viewport());
-    EXPECT_EQ(view_->pictureRect()->x, 300);
-}

@@ -75,10 +75,7 @@ TEST(RemoveDuplicates, KeepsTheFirstOfEachNodeNotOfEachNumber) {
     auto a = make(PVElementKindWindow, 1), b = make(PVElementKindWindow, 2), twin = make(PVElementKindWindow, 1);
     std::vector<PVWindowElement::Ptr> list{a, b, a, twin, b};
     removeDuplicates(list);
-    ASSERT_EQ(list.size(), 3u);
-    EXPECT_EQ(list[0], a);
-    EXPECT_EQ(list[1], b);
-    EXPECT_EQ(list[2], twin);
+    EXPECT_EQ(list, (std::vector<PVWindowElement::Ptr>{a, b, twin}));
 }
 
 // ---- output rectangle -------------------------------------------------------
@@ -136,65 +133,45 @@ TEST_F(OutputRectTest, TheDesktopIsEveryScreenWhereverTheWindowsAre) {
 
 // ---- window shots -----------------------------------------------------------
 
-class WindowShotTest : public ::testing::Test {
-protected:
-    test::FakeWindowServer server;
-    PVWindowElement::Ptr window = make(PVElementKindWindow, 41, {100, 40, 800, 600});
-    void SetUp() override { window->scaling = 2.0f; }
-};
-
-TEST_F(WindowShotTest, AShadowedShotGivesMarginsInPoints) {
-    server.pictures[41] = Image(1712, 1344);
-    getShot(*window, server, true);
-    ASSERT_TRUE(window->shot);
-    EXPECT_EQ(window->shot->width, 1712);
-    EXPECT_FLOAT_EQ(window->shadowX, 28);
-    EXPECT_FLOAT_EQ(window->shadowY, 24);
-    ASSERT_EQ(server.requests.size(), 1u);
-    EXPECT_FALSE(server.requests[0].bounds);
-    EXPECT_TRUE(server.requests[0].framing);
-}
-
-TEST_F(WindowShotTest, SystemWindowsAreTakenByTheirBoundsWithoutShadow) {
-    window->isSystemWindow = true;
-    server.pictures[41] = Image(1600, 1200);
-    getShot(*window, server, true);
-    ASSERT_TRUE(window->shot);
-    ASSERT_TRUE(server.requests[0].bounds);
-    EXPECT_EQ(*server.requests[0].bounds, window->windowBounds());
-    EXPECT_FALSE(server.requests[0].framing);
-    EXPECT_EQ(window->shadowX, 0);
-    EXPECT_EQ(window->shadowY, 0);
-}
-
-TEST_F(WindowShotTest, WithoutShadowTheMarginsAreLeftAlone) {
-    window->shadowX = 5;
-    server.pictures[41] = Image(1600, 1200);
-    getShot(*window, server, false);
-    EXPECT_FALSE(server.requests[0].framing);
-    EXPECT_EQ(window->shadowX, 5);
-}
-
-TEST_F(WindowShotTest, TooSmallOrMissingPicturesLeaveTheNodeAsItWas) {
-    getShot(*window, server, true);
-    EXPECT_FALSE(window->shot);
-    server.pictures[41] = Image(1, 300);
-    getShot(*window, server, true);
-    EXPECT_FALSE(window->shot);
-    EXPECT_EQ(window->shadowX, 0);
-    server.pictures[41] = Image(2, 2);
-    getShot(*window, server, false);
-    ASSERT_TRUE(window->shot);
-    const auto first = window->shot;
-    getShot(*window, server, false);  // a new picture every time
-    EXPECT_NE(window->shot, first);
-}
-
-TEST_F(WindowShotTest, ALowResolutionShotStillGetsPositiveMargins) {
-    server.pictures[41] = Image(800, 600);  // taken at scale 1 although the window is at 2
-    getShot(*window, server, true);
-    EXPECT_FLOAT_EQ(window->shadowX, 200);
-    EXPECT_FLOAT_EQ(window->shadowY, 100);
+// One window of 800x600 points at scale 2, taken by the rules for its kind.
+TEST(WindowShot, PictureRequestAndShadowMarginsInPoints) {
+    struct Case {
+        const char* what;
+        bool system, shadow;
+        std::optional<std::pair<int, int>> picture;  // what the server hands back
+        bool framed, byBounds, shot;
+        float shadowX, shadowY;  // after the shot; 5, 7 before it
+    };
+    const Case cases[] = {
+        {"shadowed", false, true, {{1712, 1344}}, true, false, true, 28, 24},
+        {"shadowed at scale 1", false, true, {{800, 600}}, true, false, true, 200, 100},
+        {"system window", true, true, {{1600, 1200}}, false, true, true, 5, 7},
+        {"without shadow", false, false, {{1600, 1200}}, false, false, true, 5, 7},
+        {"no picture", false, true, std::nullopt, true, false, false, 5, 7},
+        {"a picture one pixel wide", false, true, {{1, 300}}, true, false, false, 5, 7},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        test::FakeWindowServer server;
+        auto window = make(PVElementKindWindow, 41, {100, 40, 800, 600});
+        window->scaling = 2.0f;
+        window->isSystemWindow = c.system;
+        window->shadowX = 5;
+        window->shadowY = 7;
+        if (c.picture) server.pictures[41] = Image(c.picture->first, c.picture->second);
+        getShot(*window, server, c.shadow);
+        ASSERT_EQ(server.requests.size(), 1u);
+        EXPECT_EQ(server.requests[0].framing, c.framed);
+        EXPECT_EQ(server.requests[0].bounds, c.byBounds ? std::optional(window->windowBounds()) : std::nullopt);
+        EXPECT_EQ(bool(window->shot), c.shot);
+        if (c.shot) EXPECT_EQ(window->shot->width, c.picture->first);
+        EXPECT_FLOAT_EQ(window->shadowX, c.shadowX);
+        EXPECT_FLOAT_EQ(window->shadowY, c.shadowY);
+        if (!c.shot) continue;
+        const auto first = window->shot;
+        getShot(*window, server, c.shadow);  // a new picture every time
+        EXPECT_NE(window->shot, first);
+    }
 }
 
 }  // namespace

@@ -44,8 +44,7 @@ TEST(PictureBatch, EachRequestInOrderWithWhereItsFrameLies) {
     ASSERT_EQ(results.size(), 4u);
     // The calls went out in the order asked.
     ASSERT_EQ(server.requests.size(), 4u);
-    EXPECT_EQ(server.requests[0].number, 2u);
-    EXPECT_EQ(server.requests[1].number, 9u);
+    EXPECT_EQ(std::make_pair(server.requests[0].number, server.requests[1].number), std::make_pair(2u, 9u));
 
     const WindowPicture& shadowed = *results[0].picture;
     EXPECT_EQ(shadowed.scale, 2);
@@ -58,28 +57,29 @@ TEST(PictureBatch, EachRequestInOrderWithWhereItsFrameLies) {
     EXPECT_EQ(results[3].picture->placement, (WindowRect{110, 60, 10, 10}));
 }
 
+// Cancelled through the batch, or through the stop flag of the blocking call,
+// while its first picture is being taken.
 TEST(PictureBatch, CancellingTakesEffectBeforeTheNextRequest) {
-    HookedServer server;
-    for (uint32_t n = 1; n <= 3; ++n) server.pictures[n] = Image(4, 4);
-    // Cancelled through the batch while its first picture is being taken.
-    std::unique_ptr<PictureBatch> batch;
-    server.beforePicture = [&](uint32_t) { batch->cancel(); };
-    batch = server.requestPictures({request(1), request(2), request(3)}, 1s);
-    ASSERT_TRUE(batch->wait(1s));
-    auto results = batch->results();
-    EXPECT_TRUE(results[0].picture);
-    EXPECT_EQ(results[1].failure.kind, FailureKind::Cancelled);
-    EXPECT_EQ(results[2].failure.kind, FailureKind::Cancelled);
-    EXPECT_EQ(server.requests.size(), 1u);
-
-    // Through the stop flag of the blocking call.
-    std::atomic<bool> stop{false};
-    server.requests.clear();
-    server.beforePicture = [&](uint32_t) { stop = true; };
-    results = server.takePictures({request(1), request(2), request(3)}, 1s, &stop);
-    EXPECT_TRUE(results[0].picture);
-    EXPECT_EQ(results[2].failure.kind, FailureKind::Cancelled);
-    EXPECT_EQ(server.requests.size(), 1u);
+    for (const bool throughTheFlag : {false, true}) {
+        SCOPED_TRACE(throughTheFlag);
+        HookedServer server;
+        for (uint32_t n = 1; n <= 3; ++n) server.pictures[n] = Image(4, 4);
+        std::unique_ptr<PictureBatch> batch;
+        std::atomic<bool> stop{false};
+        server.beforePicture = [&](uint32_t) { throughTheFlag ? void(stop = true) : batch->cancel(); };
+        std::vector<PictureResult> results;
+        if (throughTheFlag) {
+            results = server.takePictures({request(1), request(2), request(3)}, 1s, &stop);
+        } else {
+            batch = server.requestPictures({request(1), request(2), request(3)}, 1s);
+            ASSERT_TRUE(batch->wait(1s));
+            results = batch->results();
+        }
+        EXPECT_TRUE(results[0].picture);
+        EXPECT_EQ(results[1].failure.kind, FailureKind::Cancelled);
+        EXPECT_EQ(results[2].failure.kind, FailureKind::Cancelled);
+        EXPECT_EQ(server.requests.size(), 1u);
+    }
 }
 
 TEST(PictureBatch, AServerLostMidwayEndsTheRestAndCallersHearOfIt) {
@@ -112,10 +112,8 @@ TEST(WindowShot, APictureAtAnotherScaleIsBroughtToTheNodesWithItsMargins) {
     p.frame = {20, 10, 80, 60};
     const auto shot = shotOf(node, p, true);
     ASSERT_TRUE(shot);
-    EXPECT_EQ(shot->picture->width, 60);
-    EXPECT_EQ(shot->picture->height, 45);
-    EXPECT_EQ(shot->shadowX, 10);
-    EXPECT_EQ(shot->shadowY, 5);
+    EXPECT_EQ(std::make_tuple(shot->picture->width, shot->picture->height, shot->shadowX, shot->shadowY),
+              std::make_tuple(60, 45, 10.0f, 5.0f));
     // Without the shadow the margins stay unset; a picture of a pixel is none.
     EXPECT_EQ(shotOf(node, p, false)->shadowX, 0);
     p.image = Image(2, 1);

@@ -3,25 +3,21 @@
 
 #include <png.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
+#include <filesystem>
+#include <functional>
 #include <optional>
 
 #include "platform/drop_shadow.h"
 #include "platform/png_io.h"
+#include "tests/core/document_test_support.h"
 
 namespace pv {
 namespace {
 
 namespace fs = std::filesystem;
-
-fs::path tempFile(const std::string& name) {
-    return fs::temp_directory_path() / ("pv-png-" + std::to_string(::getpid()) + "-" + name);
-}
 
 void writeBytes(const fs::path& path, const std::vector<uint8_t>& bytes) {
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
@@ -75,20 +71,25 @@ std::vector<uint8_t> storedRgba(const std::vector<uint8_t>& file) {
     return out;
 }
 
-std::vector<int> pixel(const Image& image, int x, int y) {
+using Px = std::vector<int>;
+
+Px pixel(const Image& image, int x, int y) {
     const uint8_t* p = image.row(y) + static_cast<size_t>(x) * 4;
     return {p[0], p[1], p[2], p[3]};
 }
 
-std::optional<Image> readBack(const fs::path& path) {
-    std::string error;
-    auto image = readPNG(path.string(), &error);
-    fs::remove(path);
-    EXPECT_TRUE(image) << error;
-    return image;
-}
+class Png : public ::testing::Test {
+protected:
+    std::optional<Image> readBack(const std::string& name) {
+        std::string error;
+        auto image = readPNG(dir_ / name, &error);
+        EXPECT_TRUE(image) << error;
+        return image;
+    }
+    pvtest::ScratchDir dir_;
+};
 
-TEST(Png, EveryPremultipliedValueSurvivesTheRoundTrip) {
+TEST_F(Png, EveryPremultipliedValueSurvivesTheRoundTripAndFilesHoldStraightAlpha) {
     // Each colour value c <= a for every alpha a: 33,152 pixels, 128 rows of 259.
     Image image(259, 128);
     size_t i = 0;
@@ -100,178 +101,129 @@ TEST(Png, EveryPremultipliedValueSurvivesTheRoundTrip) {
             image.pixels[i + 3] = static_cast<uint8_t>(a);
         }
     }
-    const auto path = tempFile("every.png");
-    writeBytes(path, encodePNG(image));
-    auto back = readBack(path);
+    writeBytes(dir_.path / "every.png", encodePNG(image));
+    auto back = readBack("every.png");
     ASSERT_TRUE(back);
     EXPECT_EQ(back->pixels, image.pixels);
+
+    Image straight(3, 1);
+    straight.pixels = {64, 32, 0, 128,     // half transparent: colours doubled in the file
+                       90, 40, 10, 0,      // nothing visible: stored as transparent black
+                       200, 100, 50, 255};
+    EXPECT_EQ(storedRgba(encodePNG(straight)), (std::vector<uint8_t>{128, 64, 0, 128, 0, 0, 0, 0, 200, 100, 50, 255}));
 }
 
-TEST(Png, FilesHoldStraightAlpha) {
-    Image image(3, 1);
-    image.pixels = {64, 32, 0, 128,     // half transparent: colours doubled in the file
-                    90, 40, 10, 0,      // nothing visible: stored as transparent black
-                    200, 100, 50, 255};
-    const auto stored = storedRgba(encodePNG(image));
-    EXPECT_EQ(stored, (std::vector<uint8_t>{128, 64, 0, 128, 0, 0, 0, 0, 200, 100, 50, 255}));
-}
-
-TEST(Png, GreyFilesBecomeOpaqueRgba) {
-    const auto path = tempFile("grey.png");
-    RawPng raw;
-    raw.width = 2;
-    raw.height = 2;
-    raw.rows = {0, 128, 255, 7};
-    writeRawPng(path, raw);
-    auto image = readBack(path);
-    ASSERT_TRUE(image);
-    EXPECT_EQ(pixel(*image, 1, 0), (std::vector<int>{128, 128, 128, 255}));
-    EXPECT_EQ(pixel(*image, 1, 1), (std::vector<int>{7, 7, 7, 255}));
-}
-
-TEST(Png, PaletteFilesWithTransparencyArePremultiplied) {
-    const auto path = tempFile("palette.png");
-    // Two bits per pixel: entries 0 (clear), 1 (half-transparent red), 2 (opaque blue).
-    RawPng raw;
-    raw.width = 3;
-    raw.height = 1;
-    raw.colorType = PNG_COLOR_TYPE_PALETTE;
-    raw.bitDepth = 2;
-    raw.rows = {0b00011000};
-    raw.palette = {{9, 9, 9}, {255, 0, 0}, {0, 0, 255}};
-    raw.paletteAlpha = {0, 128};
-    writeRawPng(path, raw);
-    auto image = readBack(path);
-    ASSERT_TRUE(image);
-    ASSERT_EQ(image->width, 3);
-    EXPECT_EQ(pixel(*image, 0, 0), (std::vector<int>{0, 0, 0, 0}));
-    EXPECT_EQ(pixel(*image, 1, 0), (std::vector<int>{128, 0, 0, 128}));
-    EXPECT_EQ(pixel(*image, 2, 0), (std::vector<int>{0, 0, 255, 255}));
-}
-
-TEST(Png, SixteenBitInterlacedGreyWithAlpha) {
-    // 9x9 so that every interlace pass has pixels; grey rises along x, alpha
-    // along y. Low bytes of 0xF0 make rounding differ from dropping them.
-    RawPng raw;
-    raw.width = 9;
-    raw.height = 9;
-    raw.colorType = PNG_COLOR_TYPE_GRAY_ALPHA;
-    raw.bitDepth = 16;
-    raw.interlaced = true;
+// 16 bits, grey and alpha, 9x9 so that every interlace pass has pixels; grey
+// rises along x, alpha along y. Low bytes of 0xF0 make rounding differ from
+// dropping them.
+RawPng grey16Interlaced() {
+    RawPng raw{9, 9, PNG_COLOR_TYPE_GRAY_ALPHA, 16, true, {}, {}, {}};
     for (int y = 0; y < 9; ++y) {
         for (int x = 0; x < 9; ++x) {
-            const int grey = x * 0x1000 + 0xF0;
-            const int alpha = y == 8 ? 0xFFFF : y * 0x1000 + 0xF0;
-            for (int v : {grey, alpha}) {
+            for (int v : {x * 0x1000 + 0xF0, y == 8 ? 0xFFFF : y * 0x1000 + 0xF0}) {
                 raw.rows.push_back(static_cast<uint8_t>(v >> 8));
                 raw.rows.push_back(static_cast<uint8_t>(v & 0xFF));
             }
         }
     }
-    const auto path = tempFile("grey16.png");
-    writeRawPng(path, raw);
-    auto image = readBack(path);
-    ASSERT_TRUE(image);
-    ASSERT_EQ(image->width, 9);
-    ASSERT_EQ(image->height, 9);
-    // Opaque bottom row: grey 0x50F0 / 257 = 80.6, rounded to 81 (not 80).
-    EXPECT_EQ(pixel(*image, 5, 8), (std::vector<int>{81, 81, 81, 255}));
-    // Alpha 0x30F0 / 257 = 48.7 gives 49; grey 0x40F0 gives 65, 65 * 49 / 255 = 12.49.
-    EXPECT_EQ(pixel(*image, 4, 3), (std::vector<int>{12, 12, 12, 49}));
-    // The interlace passes put every pixel back in its place.
-    for (int x = 0; x < 9; ++x) EXPECT_EQ(pixel(*image, x, 8)[0], (x * 0x1000 + 0xF0 + 128) / 257) << x;
-    EXPECT_EQ(pixel(*image, 8, 0)[3], 1);
+    return raw;
 }
 
-TEST(Png, UnreadableFilesGiveAReason) {
-    std::string error;
-    EXPECT_FALSE(readPNG("/no/such/file.png", &error));
-    EXPECT_FALSE(error.empty());
-    const auto path = tempFile("junk.png");
-    writeBytes(path, {'n', 'o', 't', ' ', 'a', ' ', 'p', 'n', 'g'});
-    error.clear();
-    EXPECT_FALSE(readPNG(path.string(), &error));
-    EXPECT_FALSE(readPNG(path.string(), nullptr));  // a caller may not want the reason
-    fs::remove(path);
-    EXPECT_FALSE(error.empty());
+TEST_F(Png, OtherProgramsFilesBecomePremultipliedRgba) {
+    struct Case {
+        const char* what;
+        RawPng raw;
+        std::vector<std::tuple<int, int, Px>> expected;  // x, y, pixel
+    };
+    const Case cases[] = {
+        {"grey", {2, 2, PNG_COLOR_TYPE_GRAY, 8, false, {0, 128, 255, 7}, {}, {}},
+         {{1, 0, {128, 128, 128, 255}}, {1, 1, {7, 7, 7, 255}}}},
+        // Two bits per pixel: entries 0 (clear), 1 (half-transparent red), 2 (opaque blue).
+        {"palette with transparency",
+         {3, 1, PNG_COLOR_TYPE_PALETTE, 2, false, {0b00011000}, {{9, 9, 9}, {255, 0, 0}, {0, 0, 255}}, {0, 128}},
+         {{0, 0, {0, 0, 0, 0}}, {1, 0, {128, 0, 0, 128}}, {2, 0, {0, 0, 255, 255}}}},
+        // Opaque bottom row: grey 0x50F0 / 257 = 80.6, rounded to 81 (not 80).
+        // Alpha 0x30F0 / 257 = 48.7 gives 49; grey 0x40F0 gives 65, 65 * 49 / 255 = 12.49.
+        {"16-bit interlaced grey with alpha", grey16Interlaced(),
+         {{5, 8, {81, 81, 81, 255}}, {4, 3, {12, 12, 12, 49}}, {0, 8, {1, 1, 1, 255}}, {8, 8, {128, 128, 128, 255}},
+          {8, 0, {1, 1, 1, 1}}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        writeRawPng(dir_.path / "other.png", c.raw);
+        auto image = readBack("other.png");
+        ASSERT_TRUE(image);
+        ASSERT_EQ(std::tie(image->width, image->height), std::tie(c.raw.width, c.raw.height));
+        for (const auto& [x, y, px] : c.expected) EXPECT_EQ(pixel(*image, x, y), px) << x << "," << y;
+    }
+}
+
+TEST_F(Png, UnreadableOrOversizedFilesAreRefusedWithAReason) {
+    // Grey rows of one byte per pixel: a 30001-pixel row costs 30 KB, not 120.
+    writeRawPng(dir_.path / "wide.png", RawPng{kMaxPictureSide + 1, 1, PNG_COLOR_TYPE_GRAY, 8, false,
+                                               std::vector<uint8_t>(kMaxPictureSide + 1, 7), {}, {}});
+    writeBytes(dir_.path / "junk.png", {'n', 'o', 't', ' ', 'a', ' ', 'p', 'n', 'g'});
+    const std::vector<uint8_t> small = encodePNG(Image::filled(10, 10, 1, 2, 3, 255));
+    EXPECT_TRUE(readPNGData(small.data(), small.size(), nullptr, 100));
+    struct Case {
+        std::function<std::optional<Image>(std::string*)> read;
+        const char* reason;
+    };
+    const Case cases[] = {
+        {[&](std::string* e) { return readPNG("/no/such/file.png", e); }, ""},
+        {[&](std::string* e) { return readPNG(dir_ / "junk.png", e); }, ""},
+        {[&](std::string* e) { return readPNG(dir_ / "wide.png", e); }, "too large (30001x1 pixels)"},
+        {[&](std::string* e) { return readPNGData(small.data(), small.size(), e, 99); }, "too large (10x10 pixels)"},
+        {[&](std::string* e) { return readPNGData(small.data(), 0, e); }, ""},
+        {[&](std::string* e) { return readPNGData(small.data(), small.size() / 2, e); }, ""},  // cut short
+    };
+    for (const Case& c : cases) {
+        std::string error;
+        EXPECT_FALSE(c.read(&error));
+        EXPECT_FALSE(c.read(nullptr));  // a caller may not want the reason
+        EXPECT_NE(error.find(c.reason), std::string::npos) << error;
+        EXPECT_FALSE(error.empty());
+    }
     EXPECT_TRUE(encodePNG(Image()).empty());
 }
 
-TEST(Png, PicturesBeyondTheSideOrPixelLimitsAreRefusedBeforeTheyAreMade) {
-    // Grey rows of one byte per pixel: a 30001-pixel row costs 30 KB, not 120.
-    const fs::path wide = tempFile("wide.png");
-    writeRawPng(wide, RawPng{kMaxPictureSide + 1, 1, PNG_COLOR_TYPE_GRAY, 8, false,
-                             std::vector<uint8_t>(kMaxPictureSide + 1, 7), {}, {}});
-    std::string error;
-    EXPECT_FALSE(readPNG(wide.string(), &error));
-    EXPECT_NE(error.find("too large (30001x1 pixels)"), std::string::npos) << error;
-    fs::remove(wide);
-
-    const std::vector<uint8_t> small = encodePNG(Image::filled(10, 10, 1, 2, 3, 255));
-    EXPECT_TRUE(readPNGData(small.data(), small.size(), &error, 100));
-    EXPECT_FALSE(readPNGData(small.data(), small.size(), &error, 99));
-    EXPECT_NE(error.find("too large (10x10 pixels)"), std::string::npos) << error;
-    EXPECT_FALSE(readPNGData(small.data(), 0, &error));
-    EXPECT_FALSE(readPNGData(small.data(), small.size() / 2, &error));  // cut short
-}
-
-TEST(DropShadow, MarginsAreTwiceAsDeepBelowAsAbove) {
-    const auto m1 = dropShadowMargins(1.0);
-    EXPECT_EQ(m1.left, 24);
-    EXPECT_EQ(m1.right, 24);
-    EXPECT_EQ(m1.top, 16);
-    EXPECT_EQ(m1.bottom, 32);
-    EXPECT_EQ(dropShadowMargins(2.0).bottom, 64);
-}
-
-TEST(DropShadow, KeepsTheWindowAndFallsSoftlyBelowIt) {
-    const Image window = Image::filled(100, 60, 0, 200, 0, 255);
-    const Image out = addDropShadow(window, 1.0);
-    ASSERT_EQ(out.width, 148);
-    ASSERT_EQ(out.height, 108);
-    // The opaque window is unchanged, at (24, 16).
-    for (int y = 0; y < 60; y += 7) {
-        for (int x = 0; x < 100; x += 9) {
-            const uint8_t* p = out.row(16 + y) + (24 + x) * 4;
-            ASSERT_EQ((std::vector<uint8_t>{p[0], p[1], p[2], p[3]}), (std::vector<uint8_t>{0, 200, 0, 255}));
+// The shadow of opaque windows at scales 1 and 2: margins twice as deep below
+// as above, the window unchanged, the shadow symmetric, semi-transparent,
+// darkest below the window and clear at the canvas edges.
+TEST(DropShadow, MarginsAndShapeAroundOpaqueWindows) {
+    struct Case {
+        int width, height;
+        double scale;
+        int left, top, bottom;
+    };
+    for (const Case& c : {Case{100, 60, 1.0, 24, 16, 32}, Case{160, 80, 2.0, 48, 32, 64}}) {
+        SCOPED_TRACE(c.scale);
+        const auto m = dropShadowMargins(c.scale);
+        EXPECT_EQ(std::vector<int>({m.left, m.right, m.top, m.bottom}),
+                  std::vector<int>({c.left, c.left, c.top, c.bottom}));
+        const Image out = addDropShadow(Image::filled(c.width, c.height, 0, 200, 0, 255), c.scale);
+        ASSERT_EQ(std::tie(out.width, out.height), std::make_tuple(c.width + 2 * c.left, c.height + c.top + c.bottom));
+        for (int y = 0; y < c.height; y += 7)
+            for (int x = 0; x < c.width; x += 9) ASSERT_EQ(pixel(out, c.left + x, c.top + y), (Px{0, 200, 0, 255}));
+        const auto alphaAt = [&](int x, int y) { return pixel(out, x, y)[3]; };
+        for (int y = 0; y < out.height; y += 5)
+            for (int x = 0; x < c.left; x += 3) ASSERT_EQ(alphaAt(x, y), alphaAt(out.width - 1 - x, y)) << x << "," << y;
+        // Down the middle, outside the window: black, darkest below it, never a solid band.
+        const int mid = out.width / 2;
+        int darkest = 0, darkestY = -1;
+        for (int y = 0; y < out.height; ++y) {
+            if (y >= c.top && y < c.top + c.height) continue;
+            if (alphaAt(mid, y) > darkest) darkest = alphaAt(mid, y), darkestY = y;
         }
-    }
-    const auto alphaAt = [&](int x, int y) { return out.row(y)[x * 4 + 3]; };
-    const auto colourAt = [&](int x, int y) { return out.row(y)[x * 4]; };
-    // Below the window: dark, semi-transparent, fading outward.
-    const int below = alphaAt(74, 16 + 60 + 4);
-    EXPECT_GT(below, 20);
-    EXPECT_LT(below, 255);
-    EXPECT_EQ(colourAt(74, 16 + 60 + 4), 0);
-    EXPECT_GT(below, alphaAt(74, 107));
-    // Deeper below than above.
-    EXPECT_GT(alphaAt(74, 16 + 60 + 4), alphaAt(74, 16 - 4));
-    // Corners of the canvas are clear.
-    EXPECT_EQ(alphaAt(0, 0), 0);
-}
-
-TEST(DropShadow, IsSymmetricAndDarkestJustBelowTheWindow) {
-    const Image out = addDropShadow(Image::filled(160, 80, 255, 255, 255, 255), 2.0);
-    const auto m = dropShadowMargins(2.0);
-    ASSERT_EQ(out.width, 160 + m.left + m.right);
-    ASSERT_EQ(out.height, 80 + m.top + m.bottom);
-    const auto alphaAt = [&](int x, int y) { return static_cast<int>(out.row(y)[x * 4 + 3]); };
-    for (int y = 0; y < out.height; y += 5) {
-        for (int x = 0; x < m.left; x += 3) ASSERT_EQ(alphaAt(x, y), alphaAt(out.width - 1 - x, y)) << x << "," << y;
-    }
-    // Down the middle, outside the window: the darkest shadow pixel is below it.
-    const int mid = out.width / 2;
-    int darkest = 0, darkestY = -1;
-    for (int y = 0; y < out.height; ++y) {
-        if (y >= m.top && y < m.top + 80) continue;
-        if (alphaAt(mid, y) > darkest) darkest = alphaAt(mid, y), darkestY = y;
-    }
-    EXPECT_GE(darkestY, m.top + 80);  // the first row under the window or lower
-    EXPECT_LT(darkest, 255 / 2);  // semi-transparent, never a solid band
-    // Clear at the canvas edges: the blur stays inside the margins.
-    for (int x = 0; x < out.width; ++x) {
-        EXPECT_EQ(alphaAt(x, 0), 0) << x;
-        EXPECT_EQ(alphaAt(x, out.height - 1), 0) << x;
+        EXPECT_GE(darkestY, c.top + c.height);
+        EXPECT_GT(darkest, 20);
+        EXPECT_LT(darkest, 255 / 2);
+        EXPECT_EQ(pixel(out, mid, darkestY)[0], 0);
+        EXPECT_GT(alphaAt(mid, c.top + c.height + 4), alphaAt(mid, c.top - 4));  // deeper below than above
+        for (int x = 0; x < out.width; ++x) {  // the blur stays inside the margins
+            EXPECT_EQ(alphaAt(x, 0), 0) << x;
+            EXPECT_EQ(alphaAt(x, out.height - 1), 0) << x;
+        }
     }
 }
 
@@ -286,14 +238,13 @@ TEST(DropShadow, ShowsThroughTranslucentWindowsAndFollowsTheirShape) {
         }
     }
     const Image out = addDropShadow(window, 1.0);
-    const auto at = [&](int x, int y) { return pixel(out, x, y); };
     // Inside the translucent half the shadow adds only alpha: the blue stays,
     // as black under it contributes no colour.
-    const auto inside = at(24 + 45, 16 + 35);
+    const auto inside = pixel(out, 24 + 45, 16 + 35);
     EXPECT_EQ(inside[2], 100);
     EXPECT_GT(inside[3], 100);
     // Under the clear half, far from the blue, there is no shadow at all.
-    EXPECT_EQ(at(24 + 2, 16 + 20), (std::vector<int>{0, 0, 0, 0}));
+    EXPECT_EQ(pixel(out, 24 + 2, 16 + 20), (Px{0, 0, 0, 0}));
     // A window with nothing opaque casts nothing.
     const Image clear = addDropShadow(Image(50, 30), 1.0);
     EXPECT_TRUE(std::all_of(clear.pixels.begin(), clear.pixels.end(), [](uint8_t b) { return b == 0; }));

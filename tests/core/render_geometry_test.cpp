@@ -2,6 +2,8 @@
 // checkerboard, fits and zooms.
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "preview/render_geometry.h"
 
 using namespace pv;
@@ -91,62 +93,43 @@ TEST(RenderGeometryCheckerboard, GreySquaresAlternateFromAWhiteCorner) {
     EXPECT_EQ(B::square(1, 2), (Rect{16, 8, 8, 8}));
 }
 
-TEST(RenderGeometryFit, FitAllPicksTheAxisByShapeNotByTheQuotients) {
+// Fits pick the axis by shape, not by the quotients; they never enlarge; a
+// pane no larger than the margins keeps the scale; no picture gives scale 1.
+TEST(RenderGeometryFit, FitAllAndFitWidth) {
     struct Case {
-        double w, h;
+        double w, h;  // 0 by 0: no picture
+        float start;
         Size pane;
-        float scale;
+        float all;
+        std::optional<float> width;
     };
     const Case cases[] = {
-        {2880, 1800, {800, 600}, static_cast<float>(784.0 / 2880.0)},  // wide: by the width
-        {1000, 2000, {800, 600}, 0.292f},                              // tall: by the height
+        {2880, 1800, 1, {800, 600}, static_cast<float>(784.0 / 2880.0), static_cast<float>(784.0 / 2880.0)},
+        {1000, 2000, 1, {800, 600}, 0.292f, std::nullopt},  // tall: by the height
         // Nearly square in a wide, low pane: fitted by width, so it still overflows the height.
-        {1000, 990, {1016, 316}, 1.0f},
-        {2000, 1990, {1016, 316}, 0.5f},
+        {1000, 990, 1, {1016, 316}, 1.0f, 1.0f},
+        {2000, 1990, 1, {1016, 316}, 0.5f, 0.5f},
+        {400, 300, 3, {800, 600}, 1.0f, 1.0f},
+        {0, 0, 0.25f, {800, 600}, 1.0f, 1.0f},
+        {400, 300, 0.5f, {16, 10}, 0.5f, 0.5f},
     };
     for (const Case& c : cases) {
-        auto g = withPicture(c.w, c.h);
+        SCOPED_TRACE(testing::Message() << c.w << "x" << c.h << " in " << c.pane.width << "x" << c.pane.height);
+        RenderGeometry g;
+        if (c.w > 0) g.setImageSize({c.w, c.h});
+        g.setScale(c.start);
         g.fitAll(c.pane);
-        EXPECT_EQ(g.scale(), c.scale) << c.w << "x" << c.h;
+        EXPECT_EQ(g.scale(), c.all);
+        if (!c.width) continue;
+        g.setScale(c.start);
+        g.fitWidth(c.pane);
+        EXPECT_EQ(g.scale(), *c.width);
     }
     auto g = withPicture(2880, 1800);
     g.fitAll({800, 600});
     EXPECT_EQ(g.frame(), (Rect{0, 0, 784, 584}));
-}
-
-TEST(RenderGeometryFit, FitsNeverEnlarge) {
-    auto g = withPicture(400, 300, 3.0f);
-    g.fitAll({800, 600});
-    EXPECT_EQ(g.scale(), 1.0f);
-    g.setScale(3.0f);
     g.fitWidth({800, 600});
-    EXPECT_EQ(g.scale(), 1.0f);
-}
-
-TEST(RenderGeometryFit, FitWidthKeepsTheFullHeight) {
-    auto g = withPicture(2880, 1800);
-    g.fitWidth({800, 600});
-    EXPECT_EQ(g.scale(), static_cast<float>(784.0 / 2880.0));
-    EXPECT_EQ(g.frame(), (Rect{0, 0, 784, 600}));
-}
-
-TEST(RenderGeometryFit, WithoutAPictureTheScaleBecomesOne) {
-    RenderGeometry g;
-    g.setScale(0.25f);
-    g.fitAll({800, 600});
-    EXPECT_EQ(g.scale(), 1.0f);
-    EXPECT_EQ(g.frame(), (Rect{0, 0, 784, 584}));
-    g.setScale(0.25f);
-    g.fitWidth({800, 600});
-    EXPECT_EQ(g.scale(), 1.0f);
-}
-
-TEST(RenderGeometryFit, APaneNoLargerThanTheMarginsKeepsTheScale) {
-    auto g = withPicture(400, 300, 0.5f);
-    g.fitAll({16, 10});
-    EXPECT_EQ(g.scale(), 0.5f);
-    g.fitWidth({12, 400});
-    EXPECT_EQ(g.scale(), 0.5f);
+    EXPECT_EQ(g.frame(), (Rect{0, 0, 784, 600}));  // the full height
 }
 
 TEST(RenderGeometryZoom, ZoomInMultipliesInSinglePrecisionWithoutLimit) {
