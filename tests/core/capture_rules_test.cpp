@@ -164,7 +164,9 @@ TEST(WindowShot, PictureRequestAndShadowMarginsInPoints) {
         EXPECT_EQ(server.requests[0].framing, c.framed);
         EXPECT_EQ(server.requests[0].bounds, c.byBounds ? std::optional(window->windowBounds()) : std::nullopt);
         EXPECT_EQ(bool(window->shot), c.shot);
-        if (c.shot) EXPECT_EQ(window->shot->width, c.picture->first);
+        if (c.shot) {
+            EXPECT_EQ(window->shot->width, c.picture->first);
+        }
         EXPECT_FLOAT_EQ(window->shadowX, c.shadowX);
         EXPECT_FLOAT_EQ(window->shadowY, c.shadowY);
         if (!c.shot) continue;
