@@ -13,6 +13,7 @@
 
 #include "app/guarded_application.h"
 #include "platform/fixture_desktop.h"
+#include "platform/gnome/gnome_window_server.h"
 #include "platform/kwin/kwin_window_server.h"
 #include "platform/x11/x11_window_server.h"
 
@@ -79,6 +80,16 @@ std::unique_ptr<WindowServer> openFixture(const std::string& path, std::string* 
     }
 }
 
+std::unique_ptr<WindowServer> openGnome(std::string* error) {
+    auto server = GnomeWindowServer::connect({}, error);
+    if (!server) *error = "GNOME: " + *error;
+    return server;
+}
+
+// The compositor backend of a Wayland session: KWin's or GNOME Shell's,
+// whichever is on the session bus; nullptr when neither is.
+std::unique_ptr<WindowServer> openCompositor(std::string* error);
+
 std::unique_ptr<WindowServer> openKWin(std::string* error) {
     auto server = KWinWindowServer::connect({}, error);
     if (!server) *error = "KDE Plasma: " + *error;
@@ -132,6 +143,10 @@ Failure unsupportedSession(const SessionFacts& session) {
         return {FailureKind::Unsupported,
                 "this is a KDE Plasma Wayland session (" + session.evidence + ") but KWin is not on its session bus",
                 "run Plenavue inside the Plasma session, on its session bus"};
+    if (session.desktop.find("GNOME") != std::string::npos)
+        return {FailureKind::Unsupported,
+                "this is a GNOME Wayland session (" + session.evidence + ") but GNOME Shell is not on its session bus",
+                "run Plenavue inside the GNOME session, on its session bus"};
     const std::string desktop = session.desktop.empty() ? "an unknown desktop" : session.desktop;
     return {FailureKind::Unsupported,
             "this is a Wayland session (" + desktop + ", " + session.evidence +
@@ -139,10 +154,21 @@ Failure unsupportedSession(const SessionFacts& session) {
             "log in to an X11 (Xorg) session, or to KDE Plasma, to capture its windows"};
 }
 
+namespace {
+
+std::unique_ptr<WindowServer> openCompositor(std::string* error) {
+    if (!QCoreApplication::instance()) return nullptr;
+    if (KWinWindowServer::presentOnSessionBus()) return openKWin(error);
+    if (GnomeWindowServer::presentOnSessionBus()) return openGnome(error);
+    return nullptr;
+}
+
+}  // namespace
+
 bool opensAfterApplication(const std::string& desktop) {
     if (!desktop.empty()) return false;
     const SessionFacts session = currentSession();
-    if (session.forced == "kwin") return true;
+    if (session.forced == "kwin" || session.forced == "gnome") return true;
     if (!session.forced.empty()) return false;
     return session.wayland;
 }
@@ -161,7 +187,8 @@ CommandLineApplication guarded(int& argc, char** argv, const std::string& prefix
 CommandLineApplication makeCommandLineApplication(int& argc, char** argv, const std::string& desktop,
                                                   const std::string& prefix) {
     const SessionFacts session = currentSession();
-    const bool compositorBackend = desktop.empty() && (session.forced == "kwin" || (session.forced.empty() && session.wayland));
+    const bool compositorBackend = desktop.empty() && (session.forced == "kwin" || session.forced == "gnome" ||
+                                                   (session.forced.empty() && session.wayland));
     if (!compositorBackend || !socketAccepts(session.waylandSocket)) return guarded<QCoreApplication>(argc, argv, prefix);
     linePrefix() = prefix;
     previousHandler = qInstallMessageHandler(compositorGoneHandler);
@@ -182,14 +209,15 @@ std::unique_ptr<WindowServer> openWindowServer(const std::string& desktop, std::
         return openFixture(file, error);
     }
     if (session.forced == "kwin") return openKWin(error);
+    if (session.forced == "gnome") return openGnome(error);
     if (session.forced == "x11") return X11WindowServer::connect("", error);
     if (!session.forced.empty()) {
-        *error = "PLENAVUE_BACKEND=" + session.forced + " is not a backend (use x11, kwin or fixture)";
+        *error = "PLENAVUE_BACKEND=" + session.forced + " is not a backend (use x11, kwin, gnome or fixture)";
         return nullptr;
     }
 
     if (session.wayland) {
-        if (QCoreApplication::instance() && KWinWindowServer::presentOnSessionBus()) return openKWin(error);
+        if (auto server = openCompositor(error)) return server;
         std::string ignored;
         return std::make_unique<UnsupportedSession>(unsupportedSession(session), X11WindowServer::connect("", &ignored));
     }
@@ -198,7 +226,7 @@ std::unique_ptr<WindowServer> openWindowServer(const std::string& desktop, std::
     // An X display of a Wayland session that the environment did not name.
     SessionFacts xwayland = session;
     xwayland.evidence = "the X display is Xwayland";
-    if (QCoreApplication::instance() && KWinWindowServer::presentOnSessionBus()) return openKWin(error);
+    if (auto server = openCompositor(error)) return server;
     return std::make_unique<UnsupportedSession>(unsupportedSession(xwayland), std::move(x11));
 }
 

@@ -2,10 +2,11 @@
 // The window server a front end works on, chosen at start:
 //   - a fixture desktop file (--desktop FILE, or PLENAVUE_BACKEND=fixture with
 //     PLENAVUE_DESKTOP=FILE);
-//   - PLENAVUE_BACKEND=x11 or kwin: that backend, whatever the session says;
+//   - PLENAVUE_BACKEND=x11, kwin or gnome: that backend, whatever the session says;
 //   - an X11 session: the X display named by $DISPLAY;
 //   - a Wayland session (XDG_SESSION_TYPE, WAYLAND_DISPLAY, or an X display
-//     that is Xwayland): KWin's backend when KWin is on the session bus;
+//     that is Xwayland): KWin's backend when KWin is on the session bus,
+//     GNOME Shell's (through our extension) when GNOME Shell is;
 //     otherwise a window server that lists no window and refuses every
 //     capture with one line saying the session and what would work, since
 //     through Xwayland only the X clients could be seen.

@@ -10,8 +10,10 @@ std::string sourceDir() { return PV_SOURCE_DIR; }
 }  // namespace
 
 KWinSession::KWinSession(KWinSessionOptions options) {
-    std::vector<std::string> argv{"bash", sourceDir() + "/tests/support/kwin-session.sh", "--width",
+    const std::string launcher = options.launcher.empty() ? "kwin-session.sh" : options.launcher;
+    std::vector<std::string> argv{"bash", sourceDir() + "/tests/support/" + launcher, "--width",
                                   std::to_string(options.width), "--height", std::to_string(options.height)};
+    argv.insert(argv.end(), options.launcherArgs.begin(), options.launcherArgs.end());
     if (options.permissionChecks) argv.push_back("--permission-checks");
     if (options.lockSupport) argv.push_back("--lock-support");
     for (const auto& e : options.kwinEnv) argv.insert(argv.end(), {"--kwin-env", e});
@@ -51,7 +53,7 @@ KWinSession::KWinSession(KWinSessionOptions options) {
         lseek(log, 0, SEEK_SET);
         const std::string why = readAll(log);
         close(log);
-        throw std::runtime_error("the KWin session did not start: " + why);
+        throw std::runtime_error("the " + launcher + " session did not start: " + why);
     }
     close(log);
     text.resize(text.find(marker));
@@ -115,7 +117,8 @@ std::string KWinSession::windowInfo(const std::string& uuid) {
 }
 
 void KWinSession::stopKWin() {
-    const pid_t kwin = static_cast<pid_t>(std::atoi(env("PV_KWIN_PID").c_str()));
+    const std::string named = env("PV_KWIN_PID").empty() ? env("PV_COMPOSITOR_PID") : env("PV_KWIN_PID");
+    const pid_t kwin = static_cast<pid_t>(std::atoi(named.c_str()));
     if (kwin > 0) kill(kwin, SIGTERM);
 }
 

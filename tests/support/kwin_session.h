@@ -18,6 +18,10 @@ struct KWinSessionOptions {
     bool lockSupport = false;       // the screen locker runs
     std::vector<std::string> kwinEnv;  // VAR=VALUE for KWin
     std::string installEntryFor;       // a binary the session's desktop entry allows pictures
+    // Another compositor's launcher in tests/support taking --width/--height
+    // and these arguments (gnome-session.sh); empty: KWin's.
+    std::string launcher;
+    std::vector<std::string> launcherArgs;
 };
 
 class KWinSession {
@@ -45,7 +49,7 @@ public:
     // gdbus prints it.
     std::string windowInfo(const std::string& uuid);
 
-    // KWin goes away, as a crash or a logout would.
+    // KWin (or the launcher's compositor) goes away, as a crash or a logout would.
     void stopKWin();
 
     // The test window (tests/support/pv_testwin.cpp) on Wayland or, with x11,

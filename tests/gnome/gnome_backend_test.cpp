@@ -1,0 +1,258 @@
+// The GNOME backend against GNOME Shell itself, through our extension, in one
+// headless session shared by the suite (tests/support/gnome-session.sh): a
+// Wayland and an X test window, the list and its stacking, a covered window
+// whole at its frame, the pictures and the merged image in agreement, our own
+// windows left out, another program refused by the extension, a capture from
+// the command line, and the shell going away (last: it ends the session).
+#include <QDBusConnection>
+#include <QDBusMessage>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "platform/gnome/gnome_window_server.h"
+#include "tests/support/kwin_session.h"
+#include "tests/support/psd_tools.h"
+
+using namespace pv;
+using pv::test::KWinSession;
+using namespace std::chrono_literals;
+
+namespace {
+
+using Pixel = std::array<int, 4>;
+Pixel pixel(const Image& image, int x, int y) {
+    const uint8_t* p = image.row(y) + 4 * x;
+    return {p[0], p[1], p[2], p[3]};
+}
+constexpr Pixel kRed{255, 0, 0, 255}, kGreen{0, 255, 0, 255}, kBlack{0, 0, 0, 255};
+
+int count(const Image& image, const Pixel& colour) {
+    int n = 0;
+    for (int y = 0; y < image.height; ++y)
+        for (int x = 0; x < image.width; ++x) n += pixel(image, x, y) == colour;
+    return n;
+}
+
+class GnomeBackend : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        test::KWinSessionOptions options;
+        options.launcher = "gnome-session.sh";
+        options.launcherArgs = {"--extension", PV_GNOME_EXTENSION};
+        session_ = new KWinSession(options);
+        session_->startTestWindow("Red", "#ff0000", "#0000ff", "300x200", false, "pv-red");
+        green_ = session_->startTestWindow("Green X", "#00ff00", "#00ff00", "400x300", true);
+    }
+    static void TearDownTestSuite() {
+        delete session_;
+        session_ = nullptr;
+    }
+
+    std::unique_ptr<GnomeWindowServer> connect(int32_t ownPid = 0) {
+        GnomeWindowServer::Options o;
+        o.busAddress = session_->env("DBUS_SESSION_BUS_ADDRESS");
+        o.ownPid = ownPid;
+        std::string error;
+        auto server = GnomeWindowServer::connect(o, &error);
+        EXPECT_TRUE(server) << error;
+        return server;
+    }
+
+    // The listed windows by title, once both test windows are listed.
+    static std::map<std::string, WindowListEntry> listed(GnomeWindowServer& server) {
+        std::map<std::string, WindowListEntry> found;
+        EXPECT_TRUE(KWinSession::waitFor([&] {
+            found.clear();
+            for (const auto& e : server.windowList()) found[e.title.value_or("")] = e;
+            return found.count("Red") && found.count("Green X");
+        })) << "the test windows did not come up";
+        return found;
+    }
+
+    // Titles front to back.
+    static std::vector<std::string> order(GnomeWindowServer& server) {
+        std::vector<std::string> out;
+        for (const auto& e : server.windowList()) out.push_back(e.title.value_or(""));
+        return out;
+    }
+
+    // Raises and focuses a window through the extension (this test program is
+    // one it serves), then waits until the list says so.
+    static void raise(GnomeWindowServer& server, const std::string& title) {
+        const WindowListEntry w = listed(server)[title];
+        auto bus = QDBusConnection::connectToBus(QString::fromStdString(session_->env("DBUS_SESSION_BUS_ADDRESS")),
+                                                 "pv-gnome-tests");
+        auto m = QDBusMessage::createMethodCall("com.veltrano.Plenavue.Shell", "/com/veltrano/Plenavue/Shell",
+                                                "com.veltrano.Plenavue.Shell1", "ActivateWindow");
+        m.setArguments({QVariant::fromValue(qulonglong(w.handle.id))});
+        const QDBusMessage reply = bus.call(m);
+        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
+        ASSERT_TRUE(KWinSession::waitFor([&] { return order(server).front() == title; }));
+    }
+
+    // Green moved over the middle of Red; the centre of their overlap.
+    static std::pair<int, int> overlap(GnomeWindowServer& server) {
+        auto windows = listed(server);
+        const WindowRect red = windows["Red"].bounds;
+        if (!windows["Green X"].bounds.intersects(red)) {
+            session_->run({"xdotool", "search", "--sync", "--name", "^Green X$", "windowmove", "%@",
+                           std::to_string(int(red.x + red.width / 2)), std::to_string(int(red.y + red.height / 2))});
+            EXPECT_TRUE(KWinSession::waitFor([&] { return listed(server)["Green X"].bounds.intersects(red); }));
+        }
+        const WindowRect green = listed(server)["Green X"].bounds;
+        return {int(green.x + (red.x + red.width - green.x) / 2), int(green.y + (red.y + red.height - green.y) / 2)};
+    }
+
+    static PictureRequest request(const WindowListEntry& e, bool framing = false) {
+        PictureRequest r;
+        r.window = e.number;
+        r.framing = framing;
+        r.listedBounds = e.bounds;
+        return r;
+    }
+
+    static KWinSession* session_;
+    static pid_t green_;
+};
+KWinSession* GnomeBackend::session_ = nullptr;
+pid_t GnomeBackend::green_ = 0;
+
+}  // namespace
+
+TEST_F(GnomeBackend, ListsEachWindowOnceInStackingOrderWithItsApplicationAndScreen) {
+    auto server = connect();
+    ASSERT_TRUE(server);
+    auto windows = listed(*server);
+    const auto entries = server->windowList();
+    EXPECT_EQ(entries.size(), 2u);  // the shell's own helper window is left out
+    for (size_t i = 1; i < entries.size(); ++i) EXPECT_LT(entries[i].layer, entries[i - 1].layer);
+    EXPECT_EQ(windows["Green X"].ownerPID, green_);
+    EXPECT_EQ(windows["Red"].ownerName, "pv-red");
+    EXPECT_GT(windows["Red"].handle.id, 0u);
+    for (const char* title : {"Red", "Green X"}) {
+        EXPECT_EQ(windows[title].sharingState, 1);
+        EXPECT_GE(windows[title].bounds.width, 300);
+    }
+    const auto screens = server->screenList();
+    ASSERT_EQ(screens.size(), 1u);
+    EXPECT_EQ(screens[0].frame, (ScreenRect{0, 0, 1280, 800}));
+    EXPECT_FALSE(server->checkAccess()) << server->checkAccess().line();
+}
+
+TEST_F(GnomeBackend, StackingFollowsTheWindowRaisedInTheListAndTheMergedImage) {
+    auto server = connect();
+    ASSERT_TRUE(server);
+    const auto [x, y] = overlap(*server);
+    for (const auto& [front, back, colour] :
+         {std::tuple{"Red", "Green X", kRed}, std::tuple{"Green X", "Red", kGreen}}) {
+        SCOPED_TRACE(front);
+        raise(*server, front);
+        EXPECT_EQ(order(*server), (std::vector<std::string>{front, back}));
+        // The shell restacks its actors when it next paints.
+        EXPECT_TRUE(KWinSession::waitFor([&, x = x, y = y, colour = colour] {
+            const auto desktop = server->desktopPicture();
+            return desktop && pixel(*desktop, x, y) == colour;
+        }));
+    }
+}
+
+TEST_F(GnomeBackend, ACoveredWindowComesOutWholeAtItsFrameAndTheMergedImageAgrees) {
+    auto server = connect();
+    ASSERT_TRUE(server);
+    overlap(*server);
+    raise(*server, "Green X");
+    auto windows = listed(*server);
+    const auto results = server->takePictures(
+        {request(windows["Red"]), request(windows["Red"], true), request(windows["Green X"])}, 10s);
+    for (const auto& r : results) ASSERT_TRUE(r.picture) << r.failure.line();
+    const WindowPicture& red = *results[0].picture;
+    const WindowPicture& framed = *results[1].picture;
+
+    // All of the covered window at its frame: its fill everywhere inside the border.
+    EXPECT_EQ(red.placement, windows["Red"].bounds);
+    EXPECT_EQ(red.image.width, int(windows["Red"].bounds.width));
+    EXPECT_EQ(red.image.height, int(windows["Red"].bounds.height));
+    EXPECT_GE(count(red.image, kRed), (300 - 40) * (200 - 40));
+    EXPECT_EQ(count(red.image, kGreen), 0);
+    // With the shadow around it: the same frame inside, where the picture says.
+    EXPECT_EQ(framed.frame.size(), (Size{double(red.image.width), double(red.image.height)}));
+    for (int y = 0; y < red.image.height; y += 5)
+        for (int x = 0; x < red.image.width; x += 5)
+            ASSERT_EQ(pixel(framed.image, x + int(framed.frame.x), y + int(framed.frame.y)), pixel(red.image, x, y));
+
+    // The frontmost window's picture is what the merged image shows there.
+    const Image& green = results[2].picture->image;
+    const auto desktop = server->desktopPicture();
+    ASSERT_TRUE(desktop);
+    const WindowRect at = windows["Green X"].bounds;
+    int opaque = 0, same = 0;
+    for (int y = 0; y < green.height; ++y)
+        for (int x = 0; x < green.width; ++x) {
+            if (pixel(green, x, y)[3] != 255) continue;
+            ++opaque;
+            same += pixel(green, x, y) == pixel(*desktop, int(at.x) + x, int(at.y) + y);
+        }
+    EXPECT_GE(opaque, 400 * 300);
+    EXPECT_EQ(same, opaque);
+}
+
+TEST_F(GnomeBackend, OurOwnWindowsAreLeftOutOfTheMergedImage) {
+    auto server = connect(green_);
+    ASSERT_TRUE(server);
+    const auto [x, y] = overlap(*server);
+    raise(*server, "Green X");
+    auto windows = listed(*server);
+    EXPECT_EQ(windows["Green X"].sharingState, 0);
+    EXPECT_EQ(windows["Red"].sharingState, 1);
+    const auto desktop = server->desktopPicture();
+    ASSERT_TRUE(desktop);
+    const WindowRect green = windows["Green X"].bounds;
+    EXPECT_EQ(pixel(*desktop, x, y), kRed);  // theirs, behind ours
+    EXPECT_EQ(pixel(*desktop, int(green.x + green.width) - 20, int(green.y + green.height) - 20), kBlack);
+}
+
+TEST_F(GnomeBackend, TheCommandLineWritesEveryWindowOnceAndAnotherProgramIsRefused) {
+    const std::string file = session_->env("PV_SESSION_DIR") + "/capture.psd";
+    std::string out, err;
+    ASSERT_EQ(session_->run({PLENAVUE_BINARY, "capture", "-q", "--format", "grouped", "--file", file}, &out, &err),
+              0) << err;
+    auto server = connect();
+    ASSERT_TRUE(server);
+    std::vector<std::string> expected = order(*server), names;
+    if (test::psdToolsAvailable()) {
+        for (const auto& layer : test::pixelLayersOf(test::psdToolsDump(file, true))) names.insert(names.begin(), layer.name);
+        EXPECT_EQ(names, expected);
+    }
+
+    // The extension serves only the programs its install named.
+    EXPECT_NE(session_->run({"dbus-send", "--session", "--print-reply", "--dest=com.veltrano.Plenavue.Shell",
+                             "/com/veltrano/Plenavue/Shell", "com.veltrano.Plenavue.Shell1.ListWindows"},
+                            &out, &err),
+              0);
+    EXPECT_EQ(out.find("Red"), std::string::npos);
+    EXPECT_NE(err.find("NotAllowed"), std::string::npos) << err;
+    EXPECT_NE(err.find("is not allowed to read windows"), std::string::npos) << err;
+}
+
+TEST_F(GnomeBackend, TheShellGoingAwayIsOneLine) {
+    auto server = connect();
+    ASSERT_TRUE(server);
+    listed(*server);
+    session_->stopKWin();
+    ASSERT_TRUE(KWinSession::waitFor([&] { return server->checkAccess().kind == FailureKind::CompositorLost; }));
+    try {
+        server->windowList();
+        ADD_FAILURE() << "a list without the shell";
+    } catch (const PlatformError& e) {
+        EXPECT_STREQ(e.what(), "GNOME Shell is not on the session bus: the compositor went away");
+    }
+    std::string err;
+    EXPECT_EQ(session_->run({PLENAVUE_BINARY, "list"}, nullptr, &err), 1);
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    EXPECT_EQ(err.rfind("plenavue list: ", 0), 0u) << err;
+    EXPECT_NE(err.find("GNOME Shell"), std::string::npos) << err;
+}
