@@ -18,6 +18,9 @@ packages=(
   # have no backend for
   kwin-wayland kwin-style-breeze xwayland qt6-wayland weston
   libwayland-dev libwayland-bin plasma-wayland-protocols dbus-daemon libglib2.0-bin
+  # GNOME on Wayland: a headless GNOME Shell (our extension runs in it) with
+  # Xwayland; gjs checks the extension's scripts
+  gnome-shell gjs
   # the fuzz targets: clang with libFuzzer and its sanitizer runtimes
   clang-14 libclang-rt-14-dev
   # running on a private X server, and the real X clients used as sample windows

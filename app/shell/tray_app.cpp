@@ -14,6 +14,7 @@
 #include "app/guarded_application.h"
 #include "app/shell/gui_view.h"
 #include "app/shell/hot_key_filter.h"
+#include "app/shell/gnome_shell_keys.h"
 #include "app/shell/kde_global_shortcuts.h"
 #include "app/shell/main_window.h"
 #include "app/shell/preferences_dialog.h"
@@ -80,16 +81,19 @@ int runShell(QApplication& app, WindowServer& windowServer) {
         keepOutOfCaptures();
     };
 
-    // X11 key grabs, or KDE's global shortcut service in a Plasma session.
+    // X11 key grabs, KDE's global shortcut service in a Plasma session, or
+    // the keys our extension grabs in GNOME Shell.
     std::unique_ptr<HotKeyFilter> hotKeys;
     std::unique_ptr<KdeGlobalShortcuts> kdeKeys;
+    std::unique_ptr<GnomeShellKeys> gnomeKeys;  // through our GNOME Shell extension
     shell.hotKeyInstaller = [&] {
         std::vector<std::string> held;
         if (server->backendName() == "kwin") kdeKeys = KdeGlobalShortcuts::install(delegate, &held);
-        if (!kdeKeys) hotKeys = HotKeyFilter::install(delegate, &held);
-        if (!kdeKeys && !hotKeys) kdeKeys = KdeGlobalShortcuts::install(delegate, &held);
-        if (!hotKeys && !kdeKeys) {
-            std::cerr << "plenavue: hot keys need an X11 session or KDE Plasma; use the tray menu instead\n";
+        if (server->backendName() == "gnome") gnomeKeys = GnomeShellKeys::install(delegate, &held);
+        if (!kdeKeys && !gnomeKeys) hotKeys = HotKeyFilter::install(delegate, &held);
+        if (!kdeKeys && !hotKeys && !gnomeKeys) kdeKeys = KdeGlobalShortcuts::install(delegate, &held);
+        if (!hotKeys && !kdeKeys && !gnomeKeys) {
+            std::cerr << "plenavue: hot keys need an X11 session, KDE Plasma or our GNOME Shell extension; use the tray menu instead\n";
             return;
         }
         for (const auto& combination : held) {
@@ -133,6 +137,7 @@ int runShell(QApplication& app, WindowServer& windowServer) {
     const int code = app.exec();
     hotKeys.reset();
     kdeKeys.reset();
+    gnomeKeys.reset();
     return code;
 }
 

@@ -5,11 +5,14 @@
 // windows left out, another program refused by the extension, a capture from
 // the command line, and the shell going away (last: it ends the session).
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusObjectPath>
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 
@@ -105,6 +108,28 @@ protected:
         }
         const WindowRect green = listed(server)["Green X"].bounds;
         return {int(green.x + (red.x + red.width - green.x) / 2), int(green.y + (red.y + red.height - green.y) / 2)};
+    }
+
+    // Presses one combination (evdev key codes) through Mutter's remote
+    // desktop service, as a keyboard would.
+    static void press(const std::vector<uint>& codes) {
+        auto bus = QDBusConnection::connectToBus(QString::fromStdString(session_->env("DBUS_SESSION_BUS_ADDRESS")),
+                                                 "pv-gnome-tests");
+        auto call = [&](const QString& path, const QString& method, const QList<QVariant>& args = {}) {
+            auto m = QDBusMessage::createMethodCall("org.gnome.Mutter.RemoteDesktop", path,
+                                                    "org.gnome.Mutter.RemoteDesktop" + method.section(' ', 0, 0),
+                                                    method.section(' ', 1));
+            m.setArguments(args);
+            const QDBusMessage reply = bus.call(m);
+            EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
+            return reply.arguments().value(0);
+        };
+        const QString at =
+            qdbus_cast<QDBusObjectPath>(call("/org/gnome/Mutter/RemoteDesktop", " CreateSession")).path();
+        call(at, ".Session Start");
+        for (uint c : codes) call(at, ".Session NotifyKeyboardKeycode", {c, true});
+        for (auto c = codes.rbegin(); c != codes.rend(); ++c) call(at, ".Session NotifyKeyboardKeycode", {*c, false});
+        call(at, ".Session Stop");
     }
 
     static PictureRequest request(const WindowListEntry& e, bool framing = false) {
@@ -236,6 +261,42 @@ TEST_F(GnomeBackend, TheCommandLineWritesEveryWindowOnceAndAnotherProgramIsRefus
     EXPECT_EQ(out.find("Red"), std::string::npos);
     EXPECT_NE(err.find("NotAllowed"), std::string::npos) << err;
     EXPECT_NE(err.find("is not allowed to read windows"), std::string::npos) << err;
+}
+
+TEST_F(GnomeBackend, ShiftSuper5FromTheShellCapturesWithoutOurWindowAndNobodyElseMayPressIt) {
+    const std::string output = session_->env("PV_SESSION_DIR") + "/tray";
+    std::filesystem::create_directories(output);
+    std::filesystem::create_directories(session_->env("XDG_CONFIG_HOME") + "/Veltrano");
+    std::ofstream(session_->env("XDG_CONFIG_HOME") + "/Veltrano/Plenavue.conf")
+        << "[General]\nshownIntro=true\nformat=0\nshadow=false\noutput=" << output << "\n";
+    const std::string log = session_->env("PV_SESSION_DIR") + "/tray.log";
+    session_->start({"sh", "-c", std::string(PLENAVUE_BINARY) + " >" + log + " 2>&1"});  // no tray: its main window shows
+    auto server = connect();
+    ASSERT_TRUE(server);
+    ASSERT_TRUE(KWinSession::waitFor([&] { return listed(*server).count("Plenavue"); }));
+    auto bus = QDBusConnection::connectToBus(QString::fromStdString(session_->env("DBUS_SESSION_BUS_ADDRESS")),
+                                             "pv-gnome-tests");
+    ASSERT_TRUE(KWinSession::waitFor([&] { return bus.interface()->isServiceRegistered("com.veltrano.Plenavue"); }));
+    auto hotKey = QDBusMessage::createMethodCall("com.veltrano.Plenavue", "/com/veltrano/Plenavue",
+                                                 "com.veltrano.Plenavue.Commands", "HotKey");
+    hotKey.setArguments({QString("capture-all"), 0u});
+    EXPECT_EQ(bus.call(hotKey).errorName().toStdString(), "org.freedesktop.DBus.Error.AccessDenied");
+
+    press({42, 125, 6});  // Shift, Super, 5
+    std::string psd;
+    ASSERT_TRUE(KWinSession::waitFor([&] {
+        std::error_code ec;
+        for (const auto& f : std::filesystem::directory_iterator(output, ec))  // written aside, then renamed
+            if (f.path().extension() == ".psd" && f.path().filename().string()[0] != '.') psd = f.path().string();
+        return !psd.empty();
+    })) << std::ifstream(log).rdbuf();
+    std::vector<std::string> expected, names;
+    for (const auto& title : order(*server))
+        if (title != "Plenavue") expected.push_back(title);
+    if (test::psdToolsAvailable()) {
+        for (const auto& layer : test::pixelLayersOf(test::psdToolsDump(psd, true))) names.insert(names.begin(), layer.name);
+        EXPECT_EQ(names, expected);
+    }
 }
 
 TEST_F(GnomeBackend, TheShellGoingAwayIsOneLine) {
