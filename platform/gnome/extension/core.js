@@ -139,9 +139,16 @@ function createService(lib) {
             (isListable(w) ? windows : skipped).push(describeWindow(w, i));
         });
         windows.reverse(); // frontmost first
+        // Pictures come at the monitor's scale only in the logical layout
+        // (Wayland with scale-monitor-framebuffer); in the physical layout
+        // the coordinates are pixels already, whatever the monitor's scale.
+        const logical = Meta.is_wayland_compositor() &&
+            new Gio.Settings({schema_id: 'org.gnome.mutter'}).get_strv('experimental-features')
+                .includes('scale-monitor-framebuffer');
         const monitors = [];
         for (let i = 0; i < display.get_n_monitors(); i++) {
-            monitors.push(Object.assign({index: i, scale: display.get_monitor_scale(i),
+            monitors.push(Object.assign({index: i, scale: logical ? display.get_monitor_scale(i) : 1,
+                monitorScale: display.get_monitor_scale(i),
                 primary: i === display.get_primary_monitor()}, rectObject(display.get_monitor_geometry(i))));
         }
         const focus = display.get_focus_window();
