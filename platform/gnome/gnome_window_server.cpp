@@ -204,14 +204,16 @@ struct GnomeWindowServer::Impl {
             r.state = int(map.value("state").toDouble());
             r.error = map.value("error").toString().toStdString();
             try {
-                const json meta = json::parse(std::ifstream(map.value("path").toString().toStdString() + "/metadata.json"));
+                const json meta =
+                    json::parse(std::ifstream(map.value("path").toString().toStdString() + "/metadata.json"));
                 for (const auto& a : meta.value("allowed-executables", json::array()))
                     if (a.is_string()) r.allowed.push_back(a.get<std::string>());
             } catch (const json::exception&) {
             }
         }
         if (r.serving) {
-            QDBusMessage get = QDBusMessage::createMethodCall(kService, kPath, "org.freedesktop.DBus.Properties", "Get");
+            QDBusMessage get =
+                QDBusMessage::createMethodCall(kService, kPath, "org.freedesktop.DBus.Properties", "Get");
             get.setArguments({kInterface, QStringLiteral("ApiVersion")});
             const QDBusMessage v = bus.call(get, QDBus::Block, 3000);
             r.apiVersion = qdbus_cast<QDBusVariant>(v.arguments().value(0)).variant().toUInt();
@@ -222,7 +224,8 @@ struct GnomeWindowServer::Impl {
     // Why a call of ours failed, as one line.
     Failure failureOf(const QDBusMessage& reply) {
         if (reply.errorName().endsWith(".Error.NotAllowed"))
-            return {FailureKind::NotAuthorised, "GNOME Shell's extension refuses us: " + reply.errorMessage().toStdString(),
+            return {FailureKind::NotAuthorised,
+                    "GNOME Shell's extension refuses us: " + reply.errorMessage().toStdString(),
                     "run the installed Plenavue, or reinstall it so that the extension names this program"};
         if (Failure problem = gnome::extensionProblem(report())) return problem;
         if (reply.errorName() == "org.freedesktop.DBus.Error.NoReply")
@@ -295,10 +298,10 @@ struct GnomeWindowServer::Impl {
             for (size_t i : which) out[i].failure = {FailureKind::Other, "cannot create a memory file", ""};
             return;
         }
-        const QDBusMessage reply =
-            call("CaptureWindows", {QVariant::fromValue(ids), frameOnly, QVariantMap{},
-                                    QVariant::fromValue(QDBusUnixFileDescriptor(file.fd))},
-                 deadline);
+        const QDBusMessage reply = call(
+            "CaptureWindows",
+            {QVariant::fromValue(ids), frameOnly, QVariantMap{}, QVariant::fromValue(QDBusUnixFileDescriptor(file.fd))},
+            deadline);
         if (reply.type() != QDBusMessage::ReplyMessage) {
             const Failure f = failureOf(reply);
             for (size_t i : which) out[i].failure = f;

@@ -58,10 +58,10 @@ GnomeListing parseListing(const std::string& text_) {
     if (doc.contains("monitors") && doc["monitors"].is_array()) {
         for (const json& m : doc["monitors"]) {
             if (!m.is_object()) continue;
-            kwin::KWinScreen screen{std::to_string(m.value("index", 0)),
-                                    {m.value("x", 0.0), m.value("y", 0.0), m.value("width", 0.0),
-                                     m.value("height", 0.0)},
-                                    m.value("scale", 1.0)};
+            kwin::KWinScreen screen{
+                std::to_string(m.value("index", 0)),
+                {m.value("x", 0.0), m.value("y", 0.0), m.value("width", 0.0), m.value("height", 0.0)},
+                m.value("scale", 1.0)};
             if (screen.scale <= 0) screen.scale = 1.0;
             auto& screens = out.listing.screens;
             screens.insert(flag(m, "primary") ? screens.begin() : screens.end(), screen);
@@ -109,9 +109,9 @@ Failure extensionProblem(const ExtensionReport& r) {
         return {FailureKind::CompositorLost, "GNOME Shell is not on the session bus: the compositor went away", ""};
     if (!r.serving) {
         if (!r.state)
-            return {FailureKind::Unsupported, ext + " is not known to the running shell",
-                    "install Plenavue (its install puts the extension in share/gnome-shell/extensions), then " +
-                        relogin};
+            return {
+                FailureKind::Unsupported, ext + " is not known to the running shell",
+                "install Plenavue (its install puts the extension in share/gnome-shell/extensions), then " + relogin};
         switch (*r.state) {
         case 1:
             return {FailureKind::ScreenLocked, ext + " is enabled but not serving (is the screen locked?)",

@@ -26,7 +26,7 @@ struct Application {
 };
 
 struct GnomeListing {
-    kwin::KWinListing listing;                   // main screen first; windows bottom of the stack first
+    kwin::KWinListing listing;                        // main screen first; windows bottom of the stack first
     std::map<std::string, Application> applications;  // by window id
 };
 
@@ -38,11 +38,11 @@ struct ExtensionReport {
     bool shellPresent = false;  // org.gnome.Shell on the session bus
     bool serving = false;       // the extension's bus name has an owner
     // GetExtensionInfo: nullopt when the shell does not know the extension.
-    std::optional<int> state;   // 1 enabled, 2 disabled, 3 error, 4 out of date, 6 initialised
-    std::string error;          // the shell's reason for state 3
-    uint32_t apiVersion = 0;    // the running extension's, 0 when not serving
+    std::optional<int> state;          // 1 enabled, 2 disabled, 3 error, 4 out of date, 6 initialised
+    std::string error;                 // the shell's reason for state 3
+    uint32_t apiVersion = 0;           // the running extension's, 0 when not serving
     std::vector<std::string> allowed;  // its metadata's allowed-executables
-    std::string self;           // this program's executable
+    std::string self;                  // this program's executable
 };
 
 // None when the extension serves this program; otherwise what is wrong and

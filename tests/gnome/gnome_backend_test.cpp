@@ -243,13 +243,14 @@ TEST_F(GnomeBackend, OurOwnWindowsAreLeftOutOfTheMergedImage) {
 TEST_F(GnomeBackend, TheCommandLineWritesEveryWindowOnceAndAnotherProgramIsRefused) {
     const std::string file = session_->env("PV_SESSION_DIR") + "/capture.psd";
     std::string out, err;
-    ASSERT_EQ(session_->run({PLENAVUE_BINARY, "capture", "-q", "--format", "grouped", "--file", file}, &out, &err),
-              0) << err;
+    ASSERT_EQ(session_->run({PLENAVUE_BINARY, "capture", "-q", "--format", "grouped", "--file", file}, &out, &err), 0)
+        << err;
     auto server = connect();
     ASSERT_TRUE(server);
     std::vector<std::string> expected = order(*server), names;
     if (test::psdToolsAvailable()) {
-        for (const auto& layer : test::pixelLayersOf(test::psdToolsDump(file, true))) names.insert(names.begin(), layer.name);
+        for (const auto& layer : test::pixelLayersOf(test::psdToolsDump(file, true)))
+            names.insert(names.begin(), layer.name);
         EXPECT_EQ(names, expected);
     }
 
@@ -270,7 +271,8 @@ TEST_F(GnomeBackend, ShiftSuper5FromTheShellCapturesWithoutOurWindowAndNobodyEls
     std::ofstream(session_->env("XDG_CONFIG_HOME") + "/Veltrano/Plenavue.conf")
         << "[General]\nshownIntro=true\nformat=0\nshadow=false\noutput=" << output << "\n";
     const std::string log = session_->env("PV_SESSION_DIR") + "/tray.log";
-    session_->start({"sh", "-c", std::string(PLENAVUE_BINARY) + " >" + log + " 2>&1"});  // no tray: its main window shows
+    session_->start(
+        {"sh", "-c", std::string(PLENAVUE_BINARY) + " >" + log + " 2>&1"});  // no tray: its main window shows
     auto server = connect();
     ASSERT_TRUE(server);
     ASSERT_TRUE(KWinSession::waitFor([&] { return listed(*server).count("Plenavue"); }));
@@ -294,7 +296,8 @@ TEST_F(GnomeBackend, ShiftSuper5FromTheShellCapturesWithoutOurWindowAndNobodyEls
     for (const auto& title : order(*server))
         if (title != "Plenavue") expected.push_back(title);
     if (test::psdToolsAvailable()) {
-        for (const auto& layer : test::pixelLayersOf(test::psdToolsDump(psd, true))) names.insert(names.begin(), layer.name);
+        for (const auto& layer : test::pixelLayersOf(test::psdToolsDump(psd, true)))
+            names.insert(names.begin(), layer.name);
         EXPECT_EQ(names, expected);
     }
 }

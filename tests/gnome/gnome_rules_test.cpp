@@ -11,8 +11,8 @@ using namespace pv::gnome;
 TEST(GnomeExtensionProblem, EachStateSaysWhatToDoInOneLine) {
     // What the shell says: present, our name served, the extension's state
     // and error, its ApiVersion, and which program asks.
-    auto report = [](bool shell, bool serving, std::optional<int> state, std::string error = "",
-                     uint32_t api = 0, std::string self = "/usr/bin/plenavue") {
+    auto report = [](bool shell, bool serving, std::optional<int> state, std::string error = "", uint32_t api = 0,
+                     std::string self = "/usr/bin/plenavue") {
         ExtensionReport r;
         r.shellPresent = shell;
         r.serving = serving;
@@ -34,7 +34,8 @@ TEST(GnomeExtensionProblem, EachStateSaysWhatToDoInOneLine) {
         {"missing", report(true, false, {}), FailureKind::Unsupported, "then log out and back in"},
         {"switched off", report(true, false, 2), FailureKind::Unsupported, "gnome-extensions enable plenavue-shell@"},
         {"initialised only", report(true, false, 6), FailureKind::Unsupported, "installed but switched off"},
-        {"other version", report(true, false, 4), FailureKind::Unsupported, "does not declare this GNOME Shell version"},
+        {"other version", report(true, false, 4), FailureKind::Unsupported,
+         "does not declare this GNOME Shell version"},
         {"failed", report(true, false, 3, "import declarations may only appear at top level"), FailureKind::Unsupported,
          "failed to load: import declarations"},
         {"locked", report(true, false, 1), FailureKind::ScreenLocked, "not serving (is the screen locked?)"},
