@@ -187,9 +187,14 @@ CommandLineApplication guarded(int& argc, char** argv, const std::string& prefix
 CommandLineApplication makeCommandLineApplication(int& argc, char** argv, const std::string& desktop,
                                                   const std::string& prefix) {
     const SessionFacts session = currentSession();
-    const bool compositorBackend = desktop.empty() && (session.forced == "kwin" || session.forced == "gnome" ||
-                                                   (session.forced.empty() && session.wayland));
-    if (!compositorBackend || !socketAccepts(session.waylandSocket)) return guarded<QCoreApplication>(argc, argv, prefix);
+    // GNOME's backend asks our extension for everything, screens included: no
+    // Wayland connection of our own there.
+    const bool gnome =
+        session.forced == "gnome" || (session.forced.empty() && session.desktop.find("GNOME") != std::string::npos);
+    const bool compositorBackend =
+        desktop.empty() && !gnome && (session.forced == "kwin" || (session.forced.empty() && session.wayland));
+    if (!compositorBackend || !socketAccepts(session.waylandSocket))
+        return guarded<QCoreApplication>(argc, argv, prefix);
     linePrefix() = prefix;
     previousHandler = qInstallMessageHandler(compositorGoneHandler);
     // KWin's backend reads the screens from Qt's Wayland platform.
@@ -219,7 +224,8 @@ std::unique_ptr<WindowServer> openWindowServer(const std::string& desktop, std::
     if (session.wayland) {
         if (auto server = openCompositor(error)) return server;
         std::string ignored;
-        return std::make_unique<UnsupportedSession>(unsupportedSession(session), X11WindowServer::connect("", &ignored));
+        return std::make_unique<UnsupportedSession>(unsupportedSession(session),
+                                                    X11WindowServer::connect("", &ignored));
     }
     auto x11 = X11WindowServer::connect("", error);
     if (!x11 || !x11->isXwayland()) return x11;

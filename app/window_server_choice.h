@@ -48,7 +48,7 @@ bool opensAfterApplication(const std::string& desktop);
 
 // The command line's Qt application: a QGuiApplication in a Wayland session
 // whose compositor answers (KWin's backend reads the screens and their scales
-// through Qt), else a QCoreApplication. The compositor going away later ends
+// through Qt), else (GNOME too: its backend needs only D-Bus) a QCoreApplication. The compositor going away later ends
 // the program with one line after `prefix`. Either way its event loop is
 // guarded: an escaping exception ends it with one line, and `loop` says so.
 struct CommandLineApplication {
