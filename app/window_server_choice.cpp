@@ -151,7 +151,7 @@ Failure unsupportedSession(const SessionFacts& session) {
     return {FailureKind::Unsupported,
             "this is a Wayland session (" + desktop + ", " + session.evidence +
                 ") whose compositor Plenavue cannot capture: through Xwayland only the X clients could be seen",
-            "log in to an X11 (Xorg) session, or to KDE Plasma, to capture its windows"};
+            "log in to an X11 (Xorg) session, or to KDE Plasma or GNOME, to capture its windows"};
 }
 
 namespace {

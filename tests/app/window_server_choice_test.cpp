@@ -56,7 +56,7 @@ TEST(WindowServerChoice, AWaylandSessionWithoutABackendSaysWhatWouldWork) {
     EXPECT_EQ(sway.line(),
               "this is a Wayland session (sway, XDG_SESSION_TYPE=wayland) whose compositor Plenavue cannot capture: "
               "through Xwayland only the X clients could be seen; log in to an X11 (Xorg) session, or to KDE "
-              "Plasma, to capture its windows");
+              "Plasma or GNOME, to capture its windows");
     // Plasma whose compositor is not on our bus: not a desktop we lack.
     const Failure plasma = unsupportedSession(sessionOf({{"XDG_SESSION_TYPE", "wayland"}, {"XDG_CURRENT_DESKTOP", "KDE"}}));
     EXPECT_NE(plasma.line().find("KWin is not on its session bus"), std::string::npos) << plasma.line();

@@ -129,5 +129,5 @@ grep -q '"caption":"Plenavue",.*"shown":true' "$out/truth-tray.json" ||
 "$tests/pv-fake-keys" leftshift+leftmeta+5 || fail "no key presses"
 wait_for sh -c "ls '$out/tray/'*.psd" || fail "Shift+Meta+5 wrote nothing: $(cat "$out/tray.log")"
 check "$(ls "$out"/tray/*.psd | head -n1)" "$out/truth-tray.json" frames Plenavue || fail "the tray's PSD"
-kill -TERM "$app" && wait "$app" || fail "the tray did not quit on SIGTERM"
+kill -TERM "$app" && wait "$app" || fail "the tray did not quit on SIGTERM: $(tail -n 20 "$out/tray.log")"
 finish

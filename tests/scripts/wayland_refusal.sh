@@ -24,7 +24,7 @@ display=$(sed -n 's/.*xserver listening on display \(:[0-9]*\).*/\1/p' "$work/we
 DISPLAY="$display" start xlogo
 wait_for sh -c "DISPLAY=$display xwininfo -root -tree | grep -q xlogo" || fail "no X client on Xwayland"
 
-remedy="log in to an X11 (Xorg) session, or to KDE Plasma, to capture its windows"
+remedy="log in to an X11 (Xorg) session, or to KDE Plasma or GNOME, to capture its windows"
 # The environment as a Wayland session sets it, and one that says nothing of Wayland.
 while IFS='|' read -r what settings evidence; do
   for command in capture list; do
