@@ -23,6 +23,7 @@
 
 #include "platform/gnome/gnome_windows.h"
 #include "platform/kwin/frame_in_picture.h"
+#include "platform/kwin/compositor_bus.h"
 #include "platform/own_windows.h"
 #include "platform/png_io.h"
 
@@ -37,11 +38,6 @@ const QString kShell = QStringLiteral("org.gnome.Shell");
 const QString kService = QStringLiteral("com.veltrano.Plenavue.Shell");
 const QString kPath = QStringLiteral("/com/veltrano/Plenavue/Shell");
 const QString kInterface = QStringLiteral("com.veltrano.Plenavue.Shell1");
-
-std::string busAddressOf(const GnomeWindowServer::Options& options) {
-    if (!options.busAddress.empty()) return options.busAddress;
-    return qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS").toStdString();
-}
 
 std::string selfExecutable() {
     std::error_code ec;
@@ -370,30 +366,12 @@ struct GnomeWindowServer::Impl {
 GnomeWindowServer::GnomeWindowServer(std::unique_ptr<Impl> impl) : d_(std::move(impl)) {}
 GnomeWindowServer::~GnomeWindowServer() = default;
 
-bool GnomeWindowServer::presentOnSessionBus() {
-    auto bus = QDBusConnection::sessionBus();
-    return bus.isConnected() && bus.interface()->isServiceRegistered(kShell);
-}
+bool GnomeWindowServer::presentOnSessionBus() { return serviceOnSessionBus(kShell); }
 
 std::unique_ptr<GnomeWindowServer> GnomeWindowServer::connect(const Options& options, std::string* error) {
-    if (!QCoreApplication::instance()) {
-        *error = "the GNOME backend needs a Qt application";
-        return nullptr;
-    }
-    const std::string address = busAddressOf(options);
-    if (address.empty()) {
-        *error = "there is no session bus (DBUS_SESSION_BUS_ADDRESS is not set)";
-        return nullptr;
-    }
-    static std::atomic<int> instances{0};
-    const QString name = QStringLiteral("plenavue-gnome-%1").arg(++instances);
-    QDBusConnection bus = QDBusConnection::connectToBus(QString::fromStdString(address), name);
-    if (!bus.isConnected() || !bus.interface()->isServiceRegistered(kShell)) {
-        *error = bus.isConnected() ? "GNOME Shell is not on the session bus"
-                                   : "cannot reach the session bus: " + bus.lastError().message().toStdString();
-        QDBusConnection::disconnectFromBus(name);
-        return nullptr;
-    }
+    auto connection = connectToCompositor(options.busAddress, kShell, "GNOME", "GNOME Shell", error);
+    if (!connection) return nullptr;
+    const auto& [bus, name] = *connection;
     Options o = options;
     if (o.ownPid == 0) o.ownPid = static_cast<int32_t>(::getpid());
     return std::unique_ptr<GnomeWindowServer>(new GnomeWindowServer(std::make_unique<Impl>(o, name, bus)));

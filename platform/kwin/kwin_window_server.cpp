@@ -25,6 +25,7 @@
 #include <tuple>
 
 #include "platform/kwin/bus_thread.h"
+#include "platform/kwin/compositor_bus.h"
 #include "platform/kwin/frame_in_picture.h"
 #include "platform/kwin/kwin_windows.h"
 #include "platform/kwin/list_windows_script.h"
@@ -44,11 +45,6 @@ constexpr std::chrono::milliseconds kAccessDeadline{3000};
 
 Failure lostFailure() {
     return {FailureKind::CompositorLost, "KWin has left the session: the compositor went away", ""};
-}
-
-std::string busAddressOf(const KWinWindowServer::Options& options) {
-    if (!options.busAddress.empty()) return options.busAddress;
-    return qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS").toStdString();
 }
 
 // The Name of an application's desktop entry (the [Desktop Entry] group's
@@ -390,34 +386,12 @@ KWinWindowServer::KWinWindowServer(std::unique_ptr<Impl> impl) : d_(std::move(im
 
 KWinWindowServer::~KWinWindowServer() = default;
 
-bool KWinWindowServer::presentOnSessionBus() {
-    auto bus = QDBusConnection::sessionBus();
-    return bus.isConnected() && bus.interface()->isServiceRegistered(kKWin);
-}
+bool KWinWindowServer::presentOnSessionBus() { return serviceOnSessionBus(kKWin); }
 
 std::unique_ptr<KWinWindowServer> KWinWindowServer::connect(const Options& options, std::string* error) {
-    if (!QCoreApplication::instance()) {
-        *error = "the KDE Plasma backend needs a Qt application";
-        return nullptr;
-    }
-    const std::string address = busAddressOf(options);
-    if (address.empty()) {
-        *error = "there is no session bus (DBUS_SESSION_BUS_ADDRESS is not set)";
-        return nullptr;
-    }
-    static std::atomic<int> instances{0};
-    const QString name = QStringLiteral("plenavue-kwin-%1").arg(++instances);
-    QDBusConnection bus = QDBusConnection::connectToBus(QString::fromStdString(address), name);
-    if (!bus.isConnected()) {
-        *error = "cannot reach the session bus: " + bus.lastError().message().toStdString();
-        QDBusConnection::disconnectFromBus(name);
-        return nullptr;
-    }
-    if (!bus.interface()->isServiceRegistered(kKWin)) {
-        *error = "KWin is not on the session bus";
-        QDBusConnection::disconnectFromBus(name);
-        return nullptr;
-    }
+    auto connection = connectToCompositor(options.busAddress, kKWin, "KDE Plasma", "KWin", error);
+    if (!connection) return nullptr;
+    const auto& [bus, name] = *connection;
     Options o = options;
     if (o.ownPid == 0) o.ownPid = static_cast<int32_t>(::getpid());
     auto impl = std::make_unique<Impl>(o, name, bus);
