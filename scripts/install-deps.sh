@@ -30,6 +30,8 @@ packages=(
   python3-gi gir1.2-gtk-3.0 gir1.2-gtk-4.0
   # independent readers of our files
   python3 python3-psd-tools python3-numpy python3-pil imagemagick gimp
+  # the benchmarks' flat screenshot to compare with
+  scrot
 )
 
 missing=()
