@@ -10,7 +10,8 @@
 //   same windows on a fresh connection.
 // Prints each ratio's min/median/max over the rounds.
 //
-// usage: bench_versus [rounds]   (at least 5)
+// usage: bench_versus [rounds] [--fixture-only]   (rounds: at least 5)
+// --fixture-only keeps the fixture desktop and its files and skips the X11 part.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/ipc.h>
@@ -250,6 +251,12 @@ int main(int argc, char** argv) {
                     megabytes(fs::file_size(dir / "ours.psd")), magick, megabytes(fs::file_size(dir / "magick.psd")));
         fixtureRatio.values.push_back(ours / magick);
         std::fflush(stdout);
+    }
+
+    if (argc > 2 && std::string(argv[2]) == "--fixture-only") {
+        fixtureRatio.print();
+        std::printf("kept %s\n", dir.c_str());
+        return 0;
     }
 
     // ---- X11 desktop vs scrot, and window pictures vs raw reads

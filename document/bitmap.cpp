@@ -6,15 +6,16 @@
 
 namespace pv {
 
-std::optional<Image> bitmapFromImage(const Image& image, double width, double height) {
-    if (image.isNull()) return std::nullopt;
+ImagePtr bitmapFromImage(const ImagePtr& picture, double width, double height) {
+    if (!picture || picture->isNull()) return nullptr;
+    const Image& image = *picture;
     const auto w = pictureSide(width);
     const auto h = pictureSide(height);
     if (!w || !h)
         throw std::length_error(fmt::format("no picture of {}x{} pixels: each side must be 0 to {}", width, height,
                                             kMaxPictureSide));
-    if (*w == image.width && *h == image.height) return image;
-    return resampled(image, *w, *h);
+    if (*w == image.width && *h == image.height) return picture;
+    return std::make_shared<const Image>(resampled(image, *w, *h));
 }
 
 }  // namespace pv

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/coordinates.h"
+#include "platform/image.h"
 
 namespace pv {
 
@@ -24,8 +25,13 @@ struct LayerElement {
     // once prepared, each including its 2-byte compression code.
     std::array<int32_t, 4> channelSizes{};
     // Before preparation: RGBA8 premultiplied pixels of location's size, rows
-    // top to bottom. After: the four channel blocks exactly as written.
+    // top to bottom, unless picture holds them. After: the four channel blocks
+    // exactly as written.
     std::vector<uint8_t> imageData;
+    // Before preparation, when set: the layer's pixels, shared with the
+    // window's shot instead of copied into imageData. Preparation reads it
+    // without changing it and lets it go.
+    ImagePtr picture;
     // Layer name; for a marker, the group's name.
     std::string name;
     bool ready = false;
@@ -38,6 +44,12 @@ struct LayerElement {
     // "Layer: <name>, Location: {{x, y}, {w, h}}" for a pixel layer,
     // "Group: <name>" for a marker.
     std::string description() const;
+
+    // The pixels before preparation: picture's when set, imageData's otherwise.
+    PixelsView pixelsView(int width, int height) const {
+        return {picture ? picture->pixels.data() : imageData.data(), width, height};
+    }
+    size_t pixelBytes() const { return picture ? picture->pixels.size() : imageData.size(); }
 };
 
 using LayerPtr = std::shared_ptr<LayerElement>;

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <stdexcept>
 
 #include "document/byte_buffer.h"
@@ -50,12 +51,12 @@ void prepareLayer(LayerElement& layer) {
     const auto w = static_cast<uint64_t>(bounds.width);
     const auto h = static_cast<uint64_t>(bounds.height);
     const uint64_t pixelBytes = w * h * 4;
-    if (layer.imageData.size() < pixelBytes)
-        throw std::runtime_error("layer \"" + layer.name + "\" holds " + std::to_string(layer.imageData.size()) +
+    if (layer.pixelBytes() < pixelBytes)
+        throw std::runtime_error("layer \"" + layer.name + "\" holds " + std::to_string(layer.pixelBytes()) +
                                  " bytes of pixels, its " + std::to_string(w) + "x" + std::to_string(h) +
                                  " rectangle needs " + std::to_string(pixelBytes));
 
-    const uint8_t* pixels = layer.imageData.data();
+    const uint8_t* pixels = layer.pixelsView(bounds.width, bounds.height).data;
     std::array<int32_t, 4> sizes{};
     std::vector<uint8_t> out;
 
@@ -64,35 +65,65 @@ void prepareLayer(LayerElement& layer) {
         out.assign(8, 0);
         sizes = {2, 2, 2, 2};
     } else if (layer.compress) {
-        out.resize(4 * compressedBlockBound(w, h));
-        unpremultiply(layer.imageData.data(), pixelBytes);
-        size_t pos = 0;
-        for (int c = 0; c < 4; ++c) {
-            const size_t start = pos;
-            out[pos++] = 0;
-            out[pos++] = 1;
-            uint8_t* counts = out.data() + pos;
-            pos += 2 * h;
-            pos += encodeChannelRows(counts, out.data() + pos, pixels, w, h, c);
-            sizes[c] = blockLength(pos - start, layer.name);
+        // One pass over the pixels: each row un-premultiplied into a row of
+        // its own (the picture may be shared and stays as it is), its four
+        // channels encoded into this thread's scratch buffers, which grow to
+        // the largest layer once and are reused; the layer then gets exactly
+        // the bytes written.
+        thread_local std::vector<uint8_t> straight;
+        thread_local std::array<std::unique_ptr<uint8_t[]>, 4> rows;
+        thread_local std::array<std::unique_ptr<uint8_t[]>, 4> counts;
+        thread_local uint64_t rowCapacity = 0, countCapacity = 0;
+        const uint64_t rowBytes = h * packBitsBound(w);
+        if (rowCapacity < rowBytes) {
+            for (auto& r : rows) r.reset(new uint8_t[rowBytes]);  // written before read: not cleared
+            rowCapacity = rowBytes;
         }
-        out.resize(pos);
-        out.shrink_to_fit();
+        if (countCapacity < 2 * h) {
+            for (auto& c : counts) c.reset(new uint8_t[2 * h]);
+            countCapacity = 2 * h;
+        }
+        straight.resize(w * 4);
+        std::array<size_t, 4> written{};
+        for (uint64_t y = 0; y < h; ++y) {
+            unpremultiplyInto(straight.data(), pixels + y * w * 4, w * 4);
+            for (int c = 0; c < 4; ++c) {
+                const size_t n = packBitsInto(rows[c].get() + written[c], straight.data() + c, w, 4);
+                // A row of up to 65,026 pixels always fits; wider rows keep the low 16 bits.
+                counts[c][2 * y] = static_cast<uint8_t>((n >> 8) & 0xFF);
+                counts[c][2 * y + 1] = static_cast<uint8_t>(n & 0xFF);
+                written[c] += n;
+            }
+        }
+        size_t total = 0;
+        for (int c = 0; c < 4; ++c) {
+            sizes[c] = blockLength(2 + 2 * h + written[c], layer.name);
+            total += static_cast<size_t>(sizes[c]);
+        }
+        out.reserve(total);
+        for (int c = 0; c < 4; ++c) {
+            static const uint8_t packBitsCode[2] = {0, 1};
+            out.insert(out.end(), packBitsCode, packBitsCode + 2);
+            out.insert(out.end(), counts[c].get(), counts[c].get() + 2 * h);
+            out.insert(out.end(), rows[c].get(), rows[c].get() + written[c]);
+        }
     } else {
         const uint64_t plane = w * h;
         for (int c = 0; c < 4; ++c) sizes[c] = blockLength(plane + 2, layer.name);
         out.resize(4 * (plane + 2));
-        unpremultiply(layer.imageData.data(), pixelBytes);
-        uint8_t* o = out.data();
-        for (int c = 0; c < 4; ++c) {
-            *o++ = 0;
-            *o++ = 0;
-            const uint8_t* s = pixels + c;
-            for (uint64_t i = 0; i < plane; ++i, s += 4) *o++ = *s;
+        std::vector<uint8_t> straight(w * 4);
+        for (uint64_t y = 0; y < h; ++y) {
+            unpremultiplyInto(straight.data(), pixels + y * w * 4, w * 4);
+            for (int c = 0; c < 4; ++c) {
+                uint8_t* o = out.data() + c * (plane + 2) + 2 + y * w;
+                const uint8_t* s = straight.data() + c;
+                for (uint64_t x = 0; x < w; ++x, s += 4) *o++ = *s;
+            }
         }
     }
 
     layer.imageData = std::move(out);
+    layer.picture.reset();
     layer.channelSizes = sizes;
     layer.ready = true;
 }

@@ -9,8 +9,9 @@
 
 namespace pv {
 
-// Prepares one pixel layer in place: un-premultiplies its RGBA pixels, then
-// replaces imageData by four channel blocks (red, green, blue, alpha), sets
+// Prepares one pixel layer in place: reads its RGBA pixels (picture's or
+// imageData's) un-premultiplied, without changing them, replaces imageData by
+// four channel blocks (red, green, blue, alpha), lets picture go, sets
 // channelSizes to their lengths and marks the layer ready.
 //   compress set:   00 01, h big-endian 16-bit row byte counts, the h rows
 //                   PackBits-encoded;
@@ -20,8 +21,8 @@ namespace pv {
 // ready is left alone. Throws std::runtime_error when the rectangle has no
 // bounds, the pixels do not cover it or a block outgrows the format's 32-bit
 // length, and
-// std::bad_alloc when memory runs out; the layer is then unchanged or only
-// un-premultiplied, never marked ready.
+// std::bad_alloc when memory runs out; the layer is then unchanged, never
+// marked ready.
 void prepareLayer(LayerElement& layer);
 
 // Largest size of one compressed channel block of a w x h layer.

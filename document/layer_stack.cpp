@@ -16,7 +16,7 @@ namespace {
 LayerPtr pixelLayer(const PVWindowElement& w, OutputFormat format, const PixelRect& canvas, const ScreenMeasures& m) {
     const float s = m.maxBackingScale;
     const Size size = layerPixelSize(w, s, w.shot->width, w.shot->height);
-    auto bitmap = bitmapFromImage(*w.shot, size.width, size.height);
+    auto bitmap = bitmapFromImage(w.shot, size.width, size.height);
     if (!bitmap) return nullptr;
     auto layer = std::make_shared<LayerElement>();
     const auto parent = w.parent();
@@ -25,7 +25,7 @@ LayerPtr pixelLayer(const PVWindowElement& w, OutputFormat format, const PixelRe
     layer->location = layerLocation(w, {static_cast<double>(bitmap->width), static_cast<double>(bitmap->height)},
                                     {static_cast<double>(w.shot->width), static_cast<double>(w.shot->height)}, canvas, s,
                                     m.mainScreenHeight);
-    layer->imageData = std::move(bitmap->pixels);
+    layer->picture = std::move(bitmap);
     return layer;
 }
 

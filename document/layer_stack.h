@@ -17,8 +17,8 @@ namespace pv {
 // - grouped format: each application's windows together, bracketed by group
 //   markers named after it; the application whose window is frontmost first;
 // - ungrouped format: named "Application - Window".
-// A window without a shot is left out. Each layer holds a copy of its shot's
-// pixels at the layer's size, placed on `canvas` (bottom-up pixels at the
+// A window without a shot is left out. Each layer shares its shot's picture
+// when that is the layer's size and holds a scaled copy otherwise, placed on `canvas` (bottom-up pixels at the
 // largest backing scale). groupDepth is the nesting counter that the group
 // markers share.
 struct LayerStack {

@@ -24,9 +24,9 @@ Image composeLayers(const std::vector<LayerPtr>& layers, int width, int height) 
         // The same pixel edges as the layer's record in the file.
         const auto at = layerPixelBounds(layer.location);
         if (!at) continue;
-        const PixelsView pixels{layer.imageData.data(), at->width, at->height};
+        const PixelsView pixels = layer.pixelsView(at->width, at->height);
         if (pixels.width <= 0 || pixels.height <= 0 ||
-            layer.imageData.size() < static_cast<size_t>(pixels.width) * pixels.height * 4)
+            layer.pixelBytes() < static_cast<size_t>(pixels.width) * pixels.height * 4)
             continue;
         placed.push_back({pixels, at->left, at->top});
     }

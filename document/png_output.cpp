@@ -6,7 +6,7 @@
 namespace pv {
 
 WriteResult writePNGFile(const std::string& path, const ImagePtr& composite, OnExisting onExisting) {
-    const auto bitmap = composite ? bitmapFromImage(*composite, composite->width, composite->height) : std::nullopt;
+    const auto bitmap = composite ? bitmapFromImage(composite, composite->width, composite->height) : nullptr;
     if (!bitmap || bitmap->isNull()) return {false, "cannot write " + path + ": there is no picture to write", {}};
     const auto bytes = encodePNG(*bitmap);
     return writeFileAtomically(path, [&bytes](AtomicFile& file) {

@@ -50,6 +50,19 @@ void unpremultiply(uint8_t* rgba, size_t byteCount) {
     }
 }
 
+void unpremultiplyInto(uint8_t* out, const uint8_t* in, size_t byteCount) {
+    const uint8_t* t = table().data();
+    const uint8_t* const end = in + (byteCount / 4) * 4;
+    for (; in != end; in += 4, out += 4) {
+        const uint8_t a = in[3];
+        const uint8_t* row = t + static_cast<size_t>(a) * 256;
+        out[0] = a == 255 ? in[0] : row[in[0]];
+        out[1] = a == 255 ? in[1] : row[in[1]];
+        out[2] = a == 255 ? in[2] : row[in[2]];
+        out[3] = a;
+    }
+}
+
 void matteOverWhite(uint8_t* rgba, size_t byteCount) {
     uint8_t* const end = rgba + (byteCount / 4) * 4;
     for (uint8_t* p = rgba; p != end; p += 4) {

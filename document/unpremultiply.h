@@ -18,6 +18,8 @@ namespace pv {
 
 // Un-premultiplies every whole 4-byte pixel of `rgba` in place.
 void unpremultiply(uint8_t* rgba, size_t byteCount);
+// The same from `in` into `out` (byteCount bytes each), leaving `in` as it is.
+void unpremultiplyInto(uint8_t* out, const uint8_t* in, size_t byteCount);
 
 // The straight value of colour byte c under alpha a, by the rule above.
 uint8_t unpremultipliedComponent(uint8_t c, uint8_t a);
