@@ -319,6 +319,21 @@ std::shared_ptr<DocumentRun> AppDelegate::beginRun() {
 
 void AppDelegate::startPreparation(const std::shared_ptr<DocumentRun>& run) {
     if (!run->hasPixelLayer()) return finishRun(run, {false, nothingWritten("no window could be captured"), {}});
+    // The merged image is encoded alongside the layers, not after them.
+    runInBackground([this, run] {
+        try {
+            run->encodeMerged();
+            runOnThreadOf(this, [this, run] {
+                run->mergedEncoded = true;
+                if (!run->failed && run->allReady()) startWriter(run);
+            });
+        } catch (const std::exception& e) {
+            const std::string reason = reasonOf(e);
+            runOnThreadOf(this, [this, run, reason] {
+                if (!run->failed) finishRun(run, {false, "cannot write " + run->outputPath + ": " + reason, {}});
+            });
+        }
+    });
     for (const auto& layer : run->layers)
         if (layer->type == LayerTypePixel) runInBackground([this, run, layer] { makeReady(run, layer); });
 }
@@ -349,8 +364,8 @@ void AppDelegate::startWriter(const std::shared_ptr<DocumentRun>& run) {
     runInBackground([this, run] {
         WriteResult result;
         try {
-            result = writePSD(run->outputPath, run->size, run->mergedImageData, run->layers, xmpTemplate(),
-                              [this](const std::string& text) { postStatus(text); }, run->onExisting);
+            result = writeEncodedPSD(run->outputPath, run->size, run->encodedMerged, run->layers, xmpTemplate(),
+                                     [this](const std::string& text) { postStatus(text); }, run->onExisting);
         } catch (const std::bad_alloc&) {
             result = {false, "cannot write " + run->outputPath + ": out of memory", {}};
         }

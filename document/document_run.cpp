@@ -3,22 +3,28 @@
 #include <algorithm>
 
 #include "document/merged_image.h"
+#include "document/psd_writer.h"
 
 namespace pv {
 
 void DocumentRun::takeMergedImage(const ImagePtr& composite) {
     if (!composite || composite->isNull()) return;
     size = {static_cast<double>(composite->width), static_cast<double>(composite->height)};
-    mergedImageData = composite->pixels;  // the writer un-premultiplies its own copy
+    merged = composite;
 }
 
 void DocumentRun::composeMergedImage(Size canvas) {
     const auto width = pictureSide(canvas.width), height = pictureSide(canvas.height);
     if (!width || !height) return;
-    Image merged = composeLayers(layers, *width, *height);
-    if (merged.isNull()) return;
-    size = {static_cast<double>(merged.width), static_cast<double>(merged.height)};
-    mergedImageData = std::move(merged.pixels);
+    Image composed = composeLayers(layers, *width, *height);
+    if (composed.isNull()) return;
+    size = {static_cast<double>(composed.width), static_cast<double>(composed.height)};
+    merged = std::make_shared<const Image>(std::move(composed));
+}
+
+void DocumentRun::encodeMerged() {
+    if (merged) encodedMerged = encodeMergedImage(merged->pixels.data(), static_cast<uint64_t>(merged->width),
+                                                  static_cast<uint64_t>(merged->height));
 }
 
 bool DocumentRun::hasPixelLayer() const {

@@ -19,17 +19,23 @@ struct DocumentRun {
     OnExisting onExisting = OnExisting::Replace;
     std::vector<LayerPtr> layers;          // top of the stack first
     int32_t readyCount = 0;                // entries of layers that are ready
-    std::vector<uint8_t> mergedImageData;  // the composite, RGBA premultiplied
+    ImagePtr merged;                       // the composite, RGBA premultiplied; shared, never changed
+    std::vector<uint8_t> encodedMerged;    // merged as the file stores it (encodeMergedImage)
+    bool mergedEncoded = false;            // encodeMerged has run (on a worker)
     Size size;                             // the composite's size in pixels
     bool failed = false;
 
-    // The composite becomes the merged image; none leaves it empty.
+    // The composite becomes the merged image, shared rather than copied; none
+    // leaves it empty.
     void takeMergedImage(const ImagePtr& composite);
     // The merged image composed from the run's own layers on a canvas of that
     // size (before they are prepared).
     void composeMergedImage(Size canvas);
+    // Encodes the merged image into encodedMerged (empty when there is none);
+    // any thread, while the layers are prepared.
+    void encodeMerged();
     bool hasPixelLayer() const;
-    bool allReady() const { return readyCount == static_cast<int32_t>(layers.size()); }
+    bool allReady() const { return mergedEncoded && readyCount == static_cast<int32_t>(layers.size()); }
 };
 
 }  // namespace pv

@@ -45,6 +45,41 @@ size_t encodeChannelRows(uint8_t* counts, uint8_t* rows, const uint8_t* rgba, ui
     return static_cast<size_t>(out - rows);
 }
 
+EncodedChannels encodeChannels(const uint8_t* rgba, uint64_t w, uint64_t h, RowConversion convert) {
+    // Grown to the largest picture once and reused; written before read, so
+    // never cleared.
+    thread_local std::vector<uint8_t> row;
+    thread_local std::array<std::unique_ptr<uint8_t[]>, 4> rows;
+    thread_local std::array<std::unique_ptr<uint8_t[]>, 4> counts;
+    thread_local uint64_t rowCapacity = 0, countCapacity = 0;
+    const uint64_t rowBytes = h * packBitsBound(w);
+    if (rowCapacity < rowBytes) {
+        for (auto& r : rows) r.reset(new uint8_t[rowBytes]);
+        rowCapacity = rowBytes;
+    }
+    if (countCapacity < 2 * h) {
+        for (auto& c : counts) c.reset(new uint8_t[2 * h]);
+        countCapacity = 2 * h;
+    }
+    row.resize(w * 4);
+    EncodedChannels e;
+    for (uint64_t y = 0; y < h; ++y) {
+        convert(row.data(), rgba + y * w * 4, w * 4);
+        for (int c = 0; c < 4; ++c) {
+            const size_t n = packBitsInto(rows[c].get() + e.rowBytes[c], row.data() + c, w, 4);
+            // A row of up to 65,026 pixels always fits; wider rows keep the low 16 bits.
+            counts[c][2 * y] = static_cast<uint8_t>((n >> 8) & 0xFF);
+            counts[c][2 * y + 1] = static_cast<uint8_t>(n & 0xFF);
+            e.rowBytes[c] += n;
+        }
+    }
+    for (int c = 0; c < 4; ++c) {
+        e.counts[c] = counts[c].get();
+        e.rows[c] = rows[c].get();
+    }
+    return e;
+}
+
 void prepareLayer(LayerElement& layer) {
     if (layer.ready) return;
     const LayerPixelBounds bounds = boundsOf(layer);
@@ -65,47 +100,20 @@ void prepareLayer(LayerElement& layer) {
         out.assign(8, 0);
         sizes = {2, 2, 2, 2};
     } else if (layer.compress) {
-        // One pass over the pixels: each row un-premultiplied into a row of
-        // its own (the picture may be shared and stays as it is), its four
-        // channels encoded into this thread's scratch buffers, which grow to
-        // the largest layer once and are reused; the layer then gets exactly
-        // the bytes written.
-        thread_local std::vector<uint8_t> straight;
-        thread_local std::array<std::unique_ptr<uint8_t[]>, 4> rows;
-        thread_local std::array<std::unique_ptr<uint8_t[]>, 4> counts;
-        thread_local uint64_t rowCapacity = 0, countCapacity = 0;
-        const uint64_t rowBytes = h * packBitsBound(w);
-        if (rowCapacity < rowBytes) {
-            for (auto& r : rows) r.reset(new uint8_t[rowBytes]);  // written before read: not cleared
-            rowCapacity = rowBytes;
-        }
-        if (countCapacity < 2 * h) {
-            for (auto& c : counts) c.reset(new uint8_t[2 * h]);
-            countCapacity = 2 * h;
-        }
-        straight.resize(w * 4);
-        std::array<size_t, 4> written{};
-        for (uint64_t y = 0; y < h; ++y) {
-            unpremultiplyInto(straight.data(), pixels + y * w * 4, w * 4);
-            for (int c = 0; c < 4; ++c) {
-                const size_t n = packBitsInto(rows[c].get() + written[c], straight.data() + c, w, 4);
-                // A row of up to 65,026 pixels always fits; wider rows keep the low 16 bits.
-                counts[c][2 * y] = static_cast<uint8_t>((n >> 8) & 0xFF);
-                counts[c][2 * y + 1] = static_cast<uint8_t>(n & 0xFF);
-                written[c] += n;
-            }
-        }
+        // One pass over the pixels into this thread's scratch buffers; the
+        // layer then gets exactly the bytes written.
+        const EncodedChannels encoded = encodeChannels(pixels, w, h, unpremultiplyInto);
         size_t total = 0;
         for (int c = 0; c < 4; ++c) {
-            sizes[c] = blockLength(2 + 2 * h + written[c], layer.name);
+            sizes[c] = blockLength(2 + 2 * h + encoded.rowBytes[c], layer.name);
             total += static_cast<size_t>(sizes[c]);
         }
         out.reserve(total);
         for (int c = 0; c < 4; ++c) {
             static const uint8_t packBitsCode[2] = {0, 1};
             out.insert(out.end(), packBitsCode, packBitsCode + 2);
-            out.insert(out.end(), counts[c].get(), counts[c].get() + 2 * h);
-            out.insert(out.end(), rows[c].get(), rows[c].get() + written[c]);
+            out.insert(out.end(), encoded.counts[c], encoded.counts[c] + 2 * h);
+            out.insert(out.end(), encoded.rows[c], encoded.rows[c] + encoded.rowBytes[c]);
         }
     } else {
         const uint64_t plane = w * h;

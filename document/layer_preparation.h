@@ -2,6 +2,7 @@
 // Turning a pixel layer's bitmap into the channel data that goes into the PSD
 // file unchanged.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -34,5 +35,18 @@ size_t compressedBlockBound(uint64_t width, uint64_t height);
 // h * packBitsBound(w) bytes. Returns the bytes written to `rows`.
 size_t encodeChannelRows(uint8_t* counts, uint8_t* rows, const uint8_t* rgba, uint64_t width, uint64_t height,
                          int channel);
+
+// PackBits rows of the four channels of h rows of w RGBA pixels, each row
+// first passed through `convert` (out, in, byte count) into a row of its own,
+// so that the pixels stay as they are. The result lies in scratch buffers of
+// the calling thread, valid until its next call: per channel the 2 * h bytes
+// of big-endian row counts and the rows.
+struct EncodedChannels {
+    std::array<const uint8_t*, 4> counts{};
+    std::array<const uint8_t*, 4> rows{};
+    std::array<size_t, 4> rowBytes{};
+};
+using RowConversion = void (*)(uint8_t* out, const uint8_t* in, size_t byteCount);
+EncodedChannels encodeChannels(const uint8_t* rgba, uint64_t width, uint64_t height, RowConversion convert);
 
 }  // namespace pv

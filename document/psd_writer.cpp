@@ -1,6 +1,7 @@
 #include "document/psd_writer.h"
 
 #include <cstdio>
+#include <functional>
 #include <limits>
 #include <optional>
 
@@ -245,9 +246,25 @@ std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& ti
     return text;
 }
 
-WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& merged,
-                     const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status,
-                     OnExisting onExisting) {
+std::vector<uint8_t> encodeMergedImage(const uint8_t* rgba, uint64_t width, uint64_t height) {
+    const EncodedChannels encoded = encodeChannels(rgba, width, height, matteOverWhiteInto);
+    size_t total = 0;
+    for (int c = 0; c < 4; ++c) total += 2 * height + encoded.rowBytes[c];
+    std::vector<uint8_t> out;
+    out.reserve(total);
+    // Row counts of all four channels first, then the rows, channel by channel.
+    for (int c = 0; c < 4; ++c) out.insert(out.end(), encoded.counts[c], encoded.counts[c] + 2 * height);
+    for (int c = 0; c < 4; ++c) out.insert(out.end(), encoded.rows[c], encoded.rows[c] + encoded.rowBytes[c]);
+    return out;
+}
+
+namespace {
+
+// What writePSD and writeEncodedPSD share; `writeMerged` writes the encoded
+// merged image once every check has passed and the layers are written.
+WriteResult writeDocument(const std::string& path, Size size, size_t mergedBytes,
+                          const std::function<bool(AtomicFile&)>& writeMerged, const std::vector<LayerPtr>& layers,
+                          const std::string& xmpTemplate, const StatusFn& status, OnExisting onExisting) {
     auto refuse = [&path](const std::string& reason) { return WriteResult{false, "cannot write " + path + ": " + reason, {}}; };
 
     if (!(size.width >= 1 && size.height >= 1)) return refuse("the canvas is empty");
@@ -257,8 +274,8 @@ WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& m
                       std::to_string(kMaxPSDDimension) + " pixels wide and high");
     const auto W = static_cast<uint64_t>(size.width);
     const auto H = static_cast<uint64_t>(size.height);
-    if (merged.size() < W * H * 4)
-        return refuse("the composite holds " + std::to_string(merged.size()) + " bytes, a " + std::to_string(W) + "x" +
+    if (mergedBytes < W * H * 4)
+        return refuse("the composite holds " + std::to_string(mergedBytes) + " bytes, a " + std::to_string(W) + "x" +
                       std::to_string(H) + " canvas needs " + std::to_string(W * H * 4));
     if (static_cast<int64_t>(layers.size()) > kMaxLayerCount)
         return refuse(std::to_string(layers.size()) + " layers; a PSD document holds at most " +
@@ -312,15 +329,35 @@ WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& m
         if (!file.write(maskAndCode, sizeof maskAndCode)) return false;
 
         if (status) status("Writing composite...");
-        matteOverWhite(merged.data(), W * H * 4);
-        // Row counts of all four channels first, then the rows, channel by channel.
-        const size_t countBytes = 2 * 4 * H;
-        std::vector<uint8_t> composite(countBytes + 4 * H * packBitsBound(W));
-        size_t pos = countBytes;
-        for (int c = 0; c < 4; ++c)
-            pos += encodeChannelRows(composite.data() + c * 2 * H, composite.data() + pos, merged.data(), W, H, c);
-        return file.write(composite.data(), pos);
+        return writeMerged(file);
     }, onExisting);
+}
+
+}  // namespace
+
+WriteResult writePSD(const std::string& path, Size size, const std::vector<uint8_t>& merged,
+                     const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status,
+                     OnExisting onExisting) {
+    return writeDocument(
+        path, size, merged.size(),
+        [&](AtomicFile& file) {
+            const std::vector<uint8_t> composite = encodeMergedImage(
+                merged.data(), static_cast<uint64_t>(size.width), static_cast<uint64_t>(size.height));
+            return file.write(composite.data(), composite.size());
+        },
+        layers, xmpTemplate, status, onExisting);
+}
+
+WriteResult writeEncodedPSD(const std::string& path, Size size, const std::vector<uint8_t>& encodedMerged,
+                            const std::vector<LayerPtr>& layers, const std::string& xmpTemplate,
+                            const StatusFn& status, OnExisting onExisting) {
+    // An encoded merged image exists only for a canvas that was there to encode.
+    const auto side = [](double v) { return v >= 1 && v < kMaxPSDDimension + 1 ? static_cast<uint64_t>(v) : 0; };
+    const uint64_t pixels = side(size.width) * side(size.height);
+    return writeDocument(
+        path, size, encodedMerged.empty() ? 0 : pixels * 4,
+        [&](AtomicFile& file) { return file.write(encodedMerged.data(), encodedMerged.size()); }, layers,
+        xmpTemplate, status, onExisting);
 }
 
 }  // namespace pv

@@ -46,8 +46,8 @@ std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& ti
 
 // Writes the document to `path` through a temporary file that replaces the
 // target only when complete. `size` is the canvas in pixels (truncated);
-// `merged` holds its RGBA8 premultiplied pixels and is matted over white in
-// place (matteOverWhite). `layers` runs top of the stack first, every entry ready; the file
+// `merged` holds its RGBA8 premultiplied pixels, written matted over white
+// (matteOverWhite) and left as they are. `layers` runs top of the stack first, every entry ready; the file
 // holds them bottom first. `status` (may be empty) receives "Writing: <name>"
 // per entry and "Writing composite..." from the calling thread.
 // Each record states the entry's layerPixelBounds (a marker the zero
@@ -56,8 +56,20 @@ std::string buildXmpPacket(const std::string& xmpTemplate, const std::string& ti
 // pixels of its record's rectangle, and a merged buffer smaller than the
 // canvas, before creating anything. On
 // failure nothing is left at `path` but an earlier file of that name.
-WriteResult writePSD(const std::string& path, Size size, std::vector<uint8_t>& merged,
+WriteResult writePSD(const std::string& path, Size size, const std::vector<uint8_t>& merged,
                      const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status,
                      OnExisting onExisting = OnExisting::Replace);
+
+// The merged image as the file stores it after the layers: PackBits row
+// counts of all four channels, then the rows channel by channel, colour
+// matted over white; the pixels (width x height RGBA8 premultiplied) stay as
+// they are. Any thread; lets a caller encode it while the layers are prepared.
+std::vector<uint8_t> encodeMergedImage(const uint8_t* rgba, uint64_t width, uint64_t height);
+
+// writePSD with the merged image already encoded by encodeMergedImage at the
+// canvas size; refuses an empty one.
+WriteResult writeEncodedPSD(const std::string& path, Size size, const std::vector<uint8_t>& encodedMerged,
+                            const std::vector<LayerPtr>& layers, const std::string& xmpTemplate,
+                            const StatusFn& status, OnExisting onExisting = OnExisting::Replace);
 
 }  // namespace pv

@@ -72,4 +72,13 @@ void matteOverWhite(uint8_t* rgba, size_t byteCount) {
     }
 }
 
+void matteOverWhiteInto(uint8_t* out, const uint8_t* in, size_t byteCount) {
+    const uint8_t* const end = in + (byteCount / 4) * 4;
+    for (; in != end; in += 4, out += 4) {
+        const int white = 255 - in[3];
+        for (int k = 0; k < 3; ++k) out[k] = static_cast<uint8_t>(std::min(255, in[k] + white));
+        out[3] = in[3];
+    }
+}
+
 }  // namespace pv

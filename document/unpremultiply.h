@@ -30,5 +30,7 @@ uint8_t unpremultipliedComponent(uint8_t c, uint8_t a);
 // a / 255 plus white for the rest, c * a/255 + 255 * (1 - a/255). Alpha, and
 // every pixel with alpha 255, stay as they are.
 void matteOverWhite(uint8_t* rgba, size_t byteCount);
+// The same from `in` into `out` (byteCount bytes each), leaving `in` as it is.
+void matteOverWhiteInto(uint8_t* out, const uint8_t* in, size_t byteCount);
 
 }  // namespace pv
