@@ -9,7 +9,10 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <functional>
 #include <map>
+#include <mutex>
+#include <set>
 #include <optional>
 #include <utility>
 
@@ -28,6 +31,13 @@ struct FixtureDesktop::Data {
     std::map<uint32_t, std::optional<Image>> pictures;  // by window number; nullopt: cannot be captured
     std::map<uint32_t, double> pictureScales;           // scale a window's shadow is drawn at
     std::optional<Image> desktop;
+    // Pictures are handed over, not copied, the first time they are asked
+    // for; later asks make them again from the file's description.
+    std::map<uint32_t, std::function<Image()>> remakePicture;
+    std::function<Image()> remakeDesktop;
+    std::mutex mutex;                 // guards the three below
+    std::set<uint32_t> handedOut;     // windows whose picture left `pictures`
+    bool desktopHandedOut = false;
 };
 
 namespace {
@@ -107,6 +117,12 @@ public:
         return text(*it, path + "." + key);
     }
 
+    // A function that reads the PNG again (an empty picture when that fails).
+    std::function<Image()> pngAgain(const json& v, const std::string& path) const {
+        const auto full = (std::filesystem::path(file_).parent_path() / text(v, path)).string();
+        return [full, max = maxPicturePixels_] { return readPNG(full, nullptr, max).value_or(Image()); };
+    }
+
     Image png(const json& v, const std::string& path) const {
         const auto relative = text(v, path);
         const auto full = (std::filesystem::path(file_).parent_path() / relative).string();
@@ -175,19 +191,27 @@ WindowRect desktopBounds(const std::vector<ScreenListEntry>& screens) {
 }
 
 // Opaque black under the windows, back to front, as the user would see them.
-Image composeDesktop(const Reader& r, const FixtureDesktop::Data& d) {
+Image composeDesktop(int w, int h, const FixtureDesktop::Data& d, bool remade) {
     const WindowRect area = desktopBounds(d.screens);
     const double s = largestScale(d.screens);
-    const int w = r.pixelSide(area.width, s, "screens"), h = r.pixelSide(area.height, s, "screens");
-    r.checkPixelCount(w, h, "screens");
     Image canvas = Image::filled(w, h, 0, 0, 0, 255);
     for (auto it = d.windows.rbegin(); it != d.windows.rend(); ++it) {
         if (it->sharingState == 0) continue;
         const auto& picture = d.pictures.at(it->number);
         if (!picture) continue;
-        drawOver(canvas, *picture, position(it->bounds.x - area.x, s), position(it->bounds.y - area.y, s));
+        const int x = position(it->bounds.x - area.x, s), y = position(it->bounds.y - area.y, s);
+        if (remade) drawOver(canvas, d.remakePicture.at(it->number)(), x, y);
+        else drawOver(canvas, *picture, x, y);
     }
     return canvas;
+}
+
+Image composeDesktop(const Reader& r, const FixtureDesktop::Data& d) {
+    const WindowRect area = desktopBounds(d.screens);
+    const double s = largestScale(d.screens);
+    const int w = r.pixelSide(area.width, s, "screens"), h = r.pixelSide(area.height, s, "screens");
+    r.checkPixelCount(w, h, "screens");
+    return composeDesktop(w, h, d, false);
 }
 
 void readScreens(const Reader& r, const json& root, FixtureDesktop::Data& d) {
@@ -216,11 +240,14 @@ void readScreens(const Reader& r, const json& root, FixtureDesktop::Data& d) {
 }
 
 std::optional<Image> readPicture(const Reader& r, const json& w, const std::string& path, const WindowListEntry& e,
-                                 double scale) {
+                                 double scale, std::function<Image()>& remake) {
     const json& p = r.member(w, "picture", path + ".picture");
     if (p.is_null()) return std::nullopt;
     if (!p.is_object()) r.fail(path + ".picture", "must be an object or null");
-    if (auto png = p.find("png"); png != p.end()) return r.png(*png, path + ".picture.png");
+    if (auto png = p.find("png"); png != p.end()) {
+        remake = r.pngAgain(*png, path + ".picture.png");
+        return r.png(*png, path + ".picture.png");
+    }
     auto fill = p.find("fill");
     if (fill == p.end()) r.fail(path + ".picture", "needs \"fill\" or \"png\"");
     const std::string fillPath = path + ".picture.fill";
@@ -232,6 +259,7 @@ std::optional<Image> readPicture(const Reader& r, const json& w, const std::stri
     const int width = r.pixelSide(e.bounds.width, scale, boundsPath);
     const int height = r.pixelSide(e.bounds.height, scale, boundsPath);
     r.checkPixelCount(width, height, boundsPath);
+    remake = [=] { return Image::filled(width, height, c[0], c[1], c[2], c[3]); };
     return Image::filled(width, height, c[0], c[1], c[2], c[3]);
 }
 
@@ -254,7 +282,7 @@ void readWindows(const Reader& r, const json& root, FixtureDesktop::Data& d) {
         e.sharingState = w.contains("sharingState") ? r.integer<int32_t>(w["sharingState"], path + ".sharingState") : 1;
         e.bounds = r.rect<WindowSpace>(r.member(w, "bounds", path + ".bounds"), path + ".bounds");
         const double scale = scaleOfWindow(d.screens, e.bounds);
-        d.pictures[e.number] = readPicture(r, w, path, e, scale);
+        d.pictures[e.number] = readPicture(r, w, path, e, scale, d.remakePicture[e.number]);
         d.pictureScales[e.number] = scale;
         d.windows.push_back(e);
     }
@@ -290,8 +318,12 @@ std::unique_ptr<FixtureDesktop> FixtureDesktop::load(const std::string& path, ui
     if (auto desktop = root.find("desktop"); desktop != root.end() && !desktop->is_null()) {
         if (!desktop->is_object()) r.fail("desktop", "must be an object");
         d->desktop = r.png(r.member(*desktop, "png", "desktop.png"), "desktop.png");
+        d->remakeDesktop = r.pngAgain(r.member(*desktop, "png", "desktop.png"), "desktop.png");
     } else {
         d->desktop = composeDesktop(r, *d);
+        d->remakeDesktop = [data = d.get(), w = d->desktop->width, h = d->desktop->height] {
+            return composeDesktop(w, h, *data, true);
+        };
     }
     return std::unique_ptr<FixtureDesktop>(new FixtureDesktop(std::move(d)));
 }
@@ -314,14 +346,33 @@ std::optional<std::vector<uint32_t>> FixtureDesktop::displaysOfRect(const Window
     return displaysMeetingRect(data_->screens, bounds, maxCount);
 }
 
-// Everything read here was fixed at load time, so concurrent calls are safe.
+// Which pictures exist was fixed at load time; handing one over is guarded,
+// so concurrent calls are safe.
 std::optional<Image> FixtureDesktop::windowPicture(const std::optional<WindowRect>&, uint32_t windowNumber, bool framing) {
     auto it = data_->pictures.find(windowNumber);
     if (it == data_->pictures.end() || !it->second) return std::nullopt;
-    if (framing) return addDropShadow(*it->second, data_->pictureScales.at(windowNumber));
-    return it->second;
+    std::optional<Image> picture;
+    {
+        std::lock_guard lock(data_->mutex);
+        if (data_->handedOut.insert(windowNumber).second) picture = std::move(*it->second);
+    }
+    if (!picture) picture = data_->remakePicture.at(windowNumber)();
+    if (picture->isNull()) return std::nullopt;
+    if (framing) return addDropShadow(*picture, data_->pictureScales.at(windowNumber));
+    return picture;
 }
 
-std::optional<Image> FixtureDesktop::desktopPicture() { return data_->desktop; }
+std::optional<Image> FixtureDesktop::desktopPicture() {
+    {
+        std::lock_guard lock(data_->mutex);
+        if (!data_->desktopHandedOut) {
+            data_->desktopHandedOut = true;
+            return std::move(data_->desktop);
+        }
+    }
+    Image again = data_->remakeDesktop();
+    if (again.isNull()) return std::nullopt;
+    return again;
+}
 
 }  // namespace pv

@@ -107,7 +107,8 @@ public:
     virtual void cancel() = 0;
     // True once every request is final; waits at most `limit`. One thread at a time.
     virtual bool wait(std::chrono::milliseconds limit) = 0;
-    // Every result; call only after wait returned true.
+    // Every result, handed over (pictures are not copied): call once, only
+    // after wait returned true.
     virtual std::vector<PictureResult> results() = 0;
     // A flag that cancels the batch once set, for batches that can look at it
     // between requests; the waiter watches it too.

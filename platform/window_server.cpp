@@ -31,7 +31,7 @@ public:
         return true;
     }
 
-    std::vector<PictureResult> results() override { return results_; }
+    std::vector<PictureResult> results() override { return std::move(results_); }
 
 private:
     void run(size_t i) {
