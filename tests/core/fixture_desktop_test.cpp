@@ -154,6 +154,25 @@ TEST(FixtureDesktop, ConcurrentPicturesAreIdentical) {
     EXPECT_EQ(mismatches.load(), 0);
 }
 
+// The first ask hands a picture over; later asks make it again from the file.
+TEST(FixtureDesktop, PicturesAskedAgainAreTheSame) {
+    for (const char* name : {"one-screen.json", "two-screens.json", "busy-desktop.json"}) {
+        SCOPED_TRACE(name);
+        auto desktop = FixtureDesktop::load(fixture(name));
+        const auto first = desktop->desktopPicture();
+        ASSERT_TRUE(first);
+        EXPECT_EQ(desktop->desktopPicture()->pixels, first->pixels);
+        for (const auto& w : desktop->windowList()) {
+            const auto picture = desktop->windowPicture(std::nullopt, w.number, false);
+            const auto again = desktop->windowPicture(std::nullopt, w.number, false);
+            ASSERT_EQ(picture.has_value(), again.has_value());
+            if (picture) {
+                EXPECT_EQ(again->pixels, picture->pixels);
+            }
+        }
+    }
+}
+
 // A one-screen, one-window fixture with the given screen frame and scale,
 // window bounds, owner pid and picture.
 std::string oneWindow(const std::string& frame, const std::string& scale, const std::string& bounds,
