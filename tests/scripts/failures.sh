@@ -100,9 +100,10 @@ JSON
 mkdir "$work/shots"
 
 # capture_and_kill SIGNAL: starts a capture and sends the signal while its
-# temporary exists; sets status and err. Retries when the capture ends first.
+# temporary exists; sets status and err. Retries when the capture ends first
+# (the file is written in one short burst once everything is encoded).
 capture_and_kill() {
-  for _ in 1 2 3 4 5; do
+  for _ in $(seq 20); do
     "$bin" capture -q --desktop "$work/noise.json" --format grouped --output "$work/shots" \
       >"$work/out" 2>"$work/err" &
     local pid=$! seen=""
