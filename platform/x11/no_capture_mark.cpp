@@ -8,9 +8,7 @@
 namespace pv::x11 {
 
 bool hasNoCaptureMark(X11Connection& conn, xcb_window_t window) {
-    const xcb_atom_t mark = conn.atom(kNoCaptureProperty);
-    auto r = conn.get(xcb_get_property_reply, xcb_get_property(conn.raw(), 0, window, mark, XCB_ATOM_ANY, 0, 0));
-    return r && r->type != XCB_ATOM_NONE;
+    return conn.hasProperty(window, conn.atom(kNoCaptureProperty));
 }
 
 }  // namespace pv::x11

@@ -39,26 +39,43 @@ RootBox visibleFrame(const RootBox& topLevel, const RootBox& client,
     return inside.isEmpty() ? topLevel : inside;
 }
 
-std::optional<RootBox> readRootRect(X11Connection& conn, xcb_window_t window) {
-    auto geometry = conn.get(xcb_get_geometry_reply, xcb_get_geometry(conn.raw(), window));
-    if (!geometry) return std::nullopt;
-    auto at = conn.get(xcb_translate_coordinates_reply,
-                       xcb_translate_coordinates(conn.raw(), window, conn.root(), 0, 0));
-    if (!at) return std::nullopt;
-    // Translated coordinates are those of the inside corner; the border lies around it.
-    const int32_t border = geometry->border_width;
-    return RootBox{at->dst_x - border, at->dst_y - border, geometry->width + 2 * border,
-                     geometry->height + 2 * border};
+RootRects readRootRects(X11Connection& conn, const std::vector<xcb_window_t>& windows) {
+    std::vector<std::pair<xcb_get_geometry_cookie_t, xcb_translate_coordinates_cookie_t>> cookies;
+    for (xcb_window_t w : windows)
+        cookies.emplace_back(xcb_get_geometry(conn.raw(), w), xcb_translate_coordinates(conn.raw(), w, conn.root(), 0, 0));
+    RootRects rects;
+    for (size_t i = 0; i < windows.size(); ++i) {
+        auto geometry = conn.get(xcb_get_geometry_reply, cookies[i].first);
+        auto at = conn.get(xcb_translate_coordinates_reply, cookies[i].second);
+        if (!geometry || !at) {
+            rects[windows[i]] = std::nullopt;
+            continue;
+        }
+        // Translated coordinates are those of the inside corner; the border lies around it.
+        const int32_t border = geometry->border_width;
+        rects[windows[i]] =
+            RootBox{at->dst_x - border, at->dst_y - border, geometry->width + 2 * border, geometry->height + 2 * border};
+    }
+    return rects;
 }
 
-std::optional<RootBox> readVisibleFrame(X11Connection& conn, xcb_window_t topLevel, xcb_window_t client) {
-    auto outer = readRootRect(conn, topLevel);
+std::optional<RootBox> readRootRect(X11Connection& conn, xcb_window_t window) {
+    return readRootRects(conn, {window})[window];
+}
+
+std::optional<RootBox> readVisibleFrame(X11Connection& conn, xcb_window_t topLevel, xcb_window_t client,
+                                        const RootRects& known) {
+    const auto rectOf = [&](xcb_window_t w) {
+        const auto it = known.find(w);
+        return it != known.end() ? it->second : readRootRect(conn, w);
+    };
+    auto outer = rectOf(topLevel);
     if (!outer) return std::nullopt;
     if (client == topLevel) {
         // Not reparented: only the client's own margins can say more.
         return visibleFrame(*outer, *outer, std::nullopt, readExtents(conn, client, "_GTK_FRAME_EXTENTS"));
     }
-    auto inner = readRootRect(conn, client);
+    auto inner = rectOf(client);
     if (!inner) return std::nullopt;
     return visibleFrame(*outer, *inner, readExtents(conn, client, "_NET_FRAME_EXTENTS"),
                         readExtents(conn, client, "_GTK_FRAME_EXTENTS"));

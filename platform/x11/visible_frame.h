@@ -11,6 +11,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <unordered_map>
+#include <vector>
 
 #include "platform/x11/desktop_layout.h"
 #include "platform/x11/x11_connection.h"
@@ -35,10 +37,16 @@ RootBox visibleFrame(const RootBox& topLevel, const RootBox& client,
                        const std::optional<FrameExtents>& managerExtents,
                        const std::optional<FrameExtents>& clientMargins);
 
-// The same, read from the server; nullopt when either window is gone.
-std::optional<RootBox> readVisibleFrame(X11Connection& conn, xcb_window_t topLevel, xcb_window_t client);
+// Windows' outer rectangles (border included) in root pixels, nullopt for those gone.
+using RootRects = std::unordered_map<xcb_window_t, std::optional<RootBox>>;
 
-// A window's outer rectangle (border included) in root pixels; nullopt when gone.
+// The same, read from the server; nullopt when either window is gone. The
+// rectangles of windows in `known` are not asked for again.
+std::optional<RootBox> readVisibleFrame(X11Connection& conn, xcb_window_t topLevel, xcb_window_t client,
+                                        const RootRects& known = {});
+
 std::optional<RootBox> readRootRect(X11Connection& conn, xcb_window_t window);
+// The rectangles of many windows, asked for together.
+RootRects readRootRects(X11Connection& conn, const std::vector<xcb_window_t>& windows);
 
 }  // namespace pv::x11

@@ -54,8 +54,6 @@ X11Connection::X11Connection(xcb_connection_t* c, int screenNumber) : c_(c) {
     internKnownAtoms();
 }
 
-X11Connection::~X11Connection() { xcb_disconnect(c_); }
-
 void X11Connection::ensureAlive() const {
     if (xcb_connection_has_error(c_) != 0) throw PlatformError("X display connection lost");
 }
@@ -120,24 +118,73 @@ std::string X11Connection::knownAtomName(xcb_atom_t a) const {
     return {};
 }
 
+namespace {
+
+// Long enough for any property we read (in 32-bit units): 4 MiB.
+constexpr uint32_t kPropertyLength = 1u << 20;
+
+uint64_t propertyKey(xcb_window_t w, xcb_atom_t property) { return uint64_t{w} << 32 | property; }
+
+// A property of another type than asked for comes back with its type and no value.
+int valueLength(const xcb_get_property_reply_t& r, xcb_atom_t type) {
+    if (type != XCB_ATOM_ANY && r.type != type) return 0;
+    return xcb_get_property_value_length(&r);
+}
+
+}  // namespace
+
+X11Connection::~X11Connection() {
+    forgetPrefetched();
+    xcb_disconnect(c_);
+}
+
+void X11Connection::prefetchProperties(const std::vector<xcb_window_t>& windows,
+                                       const std::vector<xcb_atom_t>& properties) {
+    forgetPrefetched();
+    for (xcb_window_t w : windows)
+        for (xcb_atom_t p : properties)
+            if (!prefetched_.count(propertyKey(w, p)))
+                prefetched_[propertyKey(w, p)] = xcb_get_property(c_, 0, w, p, XCB_ATOM_ANY, 0, kPropertyLength);
+}
+
+void X11Connection::forgetPrefetched() {
+    for (const auto& [key, cookie] : prefetched_) xcb_discard_reply(c_, cookie.sequence);
+    prefetched_.clear();
+}
+
+Reply<xcb_get_property_reply_t> X11Connection::property(xcb_window_t w, xcb_atom_t property, xcb_atom_t type,
+                                                        uint32_t longLength) {
+    if (auto it = prefetched_.find(propertyKey(w, property)); it != prefetched_.end()) {
+        const xcb_get_property_cookie_t cookie = it->second;
+        prefetched_.erase(it);
+        return get(xcb_get_property_reply, cookie);
+    }
+    return get(xcb_get_property_reply, xcb_get_property(c_, 0, w, property, type, 0, longLength));
+}
+
 std::optional<std::vector<uint32_t>> X11Connection::readCardinals(xcb_window_t w, xcb_atom_t property,
                                                                   xcb_atom_t type) {
-    auto r = get(xcb_get_property_reply, xcb_get_property(c_, 0, w, property, type, 0, 1u << 16));
+    auto r = this->property(w, property, type, kPropertyLength);
     if (!r || r->type == XCB_ATOM_NONE || r->format != 32) return std::nullopt;
     const auto* values = static_cast<const uint32_t*>(xcb_get_property_value(r.get()));
-    const int count = xcb_get_property_value_length(r.get()) / 4;
+    const int count = valueLength(*r, type) / 4;
     return std::vector<uint32_t>(values, values + count);
 }
 
 std::optional<std::string> X11Connection::readBytes(xcb_window_t w, xcb_atom_t property, xcb_atom_t type,
                                                    xcb_atom_t* actualType) {
-    auto r = get(xcb_get_property_reply, xcb_get_property(c_, 0, w, property, type, 0, 1u << 20));
+    auto r = this->property(w, property, type, kPropertyLength);
     if (!r || r->type == XCB_ATOM_NONE || r->format != 8) return std::nullopt;
-    // A property of another type comes back with its type and no bytes: absent for this reader.
+    // A property of another type: absent for this reader.
     if (type != XCB_ATOM_ANY && r->type != type) return std::nullopt;
     if (actualType) *actualType = r->type;
     const auto* bytes = static_cast<const char*>(xcb_get_property_value(r.get()));
-    return std::string(bytes, static_cast<size_t>(xcb_get_property_value_length(r.get())));
+    return std::string(bytes, static_cast<size_t>(valueLength(*r, type)));
+}
+
+bool X11Connection::hasProperty(xcb_window_t w, xcb_atom_t property) {
+    auto r = this->property(w, property, XCB_ATOM_ANY, 0);
+    return r && r->type != XCB_ATOM_NONE;
 }
 
 }  // namespace pv::x11

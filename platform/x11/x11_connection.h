@@ -70,14 +70,28 @@ public:
     // actualType, when given, receives the type found.
     std::optional<std::string> readBytes(xcb_window_t w, xcb_atom_t property, xcb_atom_t type,
                                          xcb_atom_t* actualType = nullptr);
+    // True when the window has the property, of any type.
+    bool hasProperty(xcb_window_t w, xcb_atom_t property);
+
+    // Asks for every property of every window in one go; the readers above
+    // then answer those from the replies instead of a round trip each. Each
+    // reply answers one read; forgetPrefetched (or the next prefetch) drops
+    // those not read.
+    void prefetchProperties(const std::vector<xcb_window_t>& windows, const std::vector<xcb_atom_t>& properties);
+    void forgetPrefetched();
 
 private:
     X11Connection(xcb_connection_t* c, int screenNumber);
     void internKnownAtoms();
+    // The property's reply, prefetched or asked for now; values of another
+    // type than `type` (unless XCB_ATOM_ANY) must be ignored by the caller.
+    Reply<xcb_get_property_reply_t> property(xcb_window_t w, xcb_atom_t property, xcb_atom_t type,
+                                             uint32_t longLength);
 
     xcb_connection_t* c_ = nullptr;
     xcb_screen_t* screen_ = nullptr;
     std::unordered_map<std::string, xcb_atom_t> atoms_;
+    std::unordered_map<uint64_t, xcb_get_property_cookie_t> prefetched_;  // by window << 32 | property
 };
 
 }  // namespace pv::x11

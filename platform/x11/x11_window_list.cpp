@@ -14,6 +14,15 @@ namespace pv::x11 {
 namespace {
 
 constexpr int kClientSearchDepth = 3;
+constexpr uint32_t kNormalState = 1;        // ICCCM: the window is shown
+constexpr uint32_t kAllDesktops = 0xFFFFFFFF;  // EWMH: sticky
+
+// Every property the listing reads of a top-level window or its client.
+const char* const kListedProperties[] = {
+    "_NET_WM_DESKTOP", "WM_CLASS",          "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE",        "_NET_WM_NAME",
+    "WM_NAME",         "_NET_FRAME_EXTENTS", "_GTK_FRAME_EXTENTS", "_GTK_APPLICATION_ID", "_NET_WM_PID",
+    kNoCaptureProperty,
+};
 
 // The window a running window manager names as its own; nullopt without one.
 std::optional<xcb_window_t> windowManagerCheckWindow(X11Connection& conn) {
@@ -33,34 +42,57 @@ std::vector<xcb_window_t> childrenOf(X11Connection& conn, xcb_window_t w) {
     return {children, children + xcb_query_tree_children_length(tree.get())};
 }
 
-constexpr uint32_t kNormalState = 1;        // ICCCM: the window is shown
-constexpr uint32_t kAllDesktops = 0xFFFFFFFF;  // EWMH: sticky
-
-// The state field of WM_STATE; nullopt when the window has none.
-std::optional<uint32_t> wmState(X11Connection& conn, xcb_window_t w) {
-    const xcb_atom_t wmStateAtom = conn.atom("WM_STATE");
-    auto r = conn.get(xcb_get_property_reply, xcb_get_property(conn.raw(), 0, w, wmStateAtom, wmStateAtom, 0, 2));
-    if (!r || r->type != wmStateAtom) return std::nullopt;
-    if (r->format != 32 || xcb_get_property_value_length(r.get()) < 4) return 0;
-    return static_cast<const uint32_t*>(xcb_get_property_value(r.get()))[0];
-}
-
 struct FoundClient {
     xcb_window_t window = XCB_NONE;
     uint32_t state = 0;
 };
 
-// The ICCCM way to find the client in a frame: the nearest window with WM_STATE.
-std::optional<FoundClient> clientInFrame(X11Connection& conn, xcb_window_t frame) {
-    std::deque<std::pair<xcb_window_t, int>> queue{{frame, 0}};
-    while (!queue.empty()) {
-        auto [w, depth] = queue.front();
-        queue.pop_front();
-        if (auto state = wmState(conn, w)) return FoundClient{w, *state};
-        if (depth == kClientSearchDepth) continue;
-        for (xcb_window_t child : childrenOf(conn, w)) queue.emplace_back(child, depth + 1);
+// The state field of a WM_STATE reply; nullopt when the window has none.
+std::optional<uint32_t> wmState(const xcb_get_property_reply_t* r, xcb_atom_t wmStateAtom) {
+    if (!r || r->type != wmStateAtom) return std::nullopt;
+    if (r->format != 32 || xcb_get_property_value_length(r) < 4) return 0;
+    return static_cast<const uint32_t*>(xcb_get_property_value(r))[0];
+}
+
+// The ICCCM way to find the client in a frame: the nearest window with
+// WM_STATE, breadth first. Every frame is searched at once, a level at a
+// time, so that a listing costs a few round trips instead of two a window.
+std::vector<std::optional<FoundClient>> clientsInFrames(X11Connection& conn, const std::vector<xcb_window_t>& frames) {
+    struct Node {
+        size_t frame;
+        xcb_window_t window;
+    };
+    std::vector<std::optional<FoundClient>> found(frames.size());
+    std::vector<Node> level;
+    for (size_t i = 0; i < frames.size(); ++i) level.push_back({i, frames[i]});
+    const xcb_atom_t wmStateAtom = conn.atom("WM_STATE");
+    for (int depth = 0; !level.empty(); ++depth) {
+        const bool deeper = depth < kClientSearchDepth;
+        std::vector<xcb_get_property_cookie_t> states;
+        std::vector<xcb_query_tree_cookie_t> trees;
+        for (const Node& n : level) {
+            states.push_back(xcb_get_property(conn.raw(), 0, n.window, wmStateAtom, wmStateAtom, 0, 2));
+            if (deeper) trees.push_back(xcb_query_tree(conn.raw(), n.window));
+        }
+        std::vector<Node> next;
+        for (size_t i = 0; i < level.size(); ++i) {
+            // Every reply is taken, used or not, so none is left on the connection.
+            const auto state = wmState(conn.get(xcb_get_property_reply, states[i]).get(), wmStateAtom);
+            const auto tree = deeper ? conn.get(xcb_query_tree_reply, trees[i]) : nullptr;
+            const Node& n = level[i];
+            if (found[n.frame]) continue;
+            if (state) {
+                found[n.frame] = FoundClient{n.window, *state};
+            } else if (tree) {
+                const xcb_window_t* children = xcb_query_tree_children(tree.get());
+                for (int c = 0; c < xcb_query_tree_children_length(tree.get()); ++c)
+                    next.push_back({n.frame, children[c]});
+            }
+        }
+        std::erase_if(next, [&](const Node& n) { return found[n.frame].has_value(); });
+        level = std::move(next);
     }
-    return std::nullopt;
+    return found;
 }
 
 // Windows a client has on every desktop or on the one shown are on screen;
@@ -187,16 +219,31 @@ std::vector<TopLevel> onScreenTopLevels(X11Connection& conn, const std::vector<M
 
     std::vector<xcb_get_window_attributes_cookie_t> cookies;
     for (xcb_window_t w : stack) cookies.push_back(xcb_get_window_attributes(conn.raw(), w));
-
-    std::vector<TopLevel> tops;
+    std::vector<TopLevel> candidates;
     for (size_t i = 0; i < stack.size(); ++i) {
         auto attributes = conn.get(xcb_get_window_attributes_reply, cookies[i]);
         if (!attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE ||
             attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT || stack[i] == manager)
             continue;
-        TopLevel top{stack[i], stack[i], TopLevelKind::Client, attributes->override_redirect != 0, {}};
+        candidates.push_back({stack[i], stack[i], TopLevelKind::Client, attributes->override_redirect != 0, {}});
+    }
+
+    std::vector<xcb_window_t> frames;
+    for (const TopLevel& top : candidates) frames.push_back(top.frame);
+    const auto clients = manager ? clientsInFrames(conn, frames) : std::vector<std::optional<FoundClient>>{};
+    std::vector<xcb_window_t> windows = frames;
+    for (const auto& client : clients)
+        if (client) windows.push_back(client->window);
+    std::vector<xcb_atom_t> properties;
+    for (const char* name : kListedProperties) properties.push_back(conn.atom(name));
+    conn.prefetchProperties(windows, properties);
+    const RootRects rects = readRootRects(conn, windows);
+
+    std::vector<TopLevel> tops;
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        TopLevel top = candidates[i];
         if (manager) {
-            if (auto client = clientInFrame(conn, top.frame)) {
+            if (const auto& client = clients[i]) {
                 // Minimised windows that stay mapped, and those of other desktops, are not shown.
                 if (client->state != kNormalState || !onShownDesktop(conn, client->window, desktop)) continue;
                 top.client = client->window;
@@ -211,7 +258,7 @@ std::vector<TopLevel> onScreenTopLevels(X11Connection& conn, const std::vector<M
             if (!hasClassOrType(conn, top.frame)) continue;
             top.kind = TopLevelKind::PopUp;
         }
-        auto visible = readVisibleFrame(conn, top.frame, top.client);
+        auto visible = readVisibleFrame(conn, top.frame, top.client, rects);
         if (!visible || !meetsAMonitor(*visible, monitors)) continue;
         // A manager's window over a whole monitor is a guard or a background, not a bar.
         if (top.kind == TopLevelKind::WindowManagerBar && coversAMonitor(*visible, monitors)) continue;
@@ -245,6 +292,11 @@ std::optional<TopLevel> topLevelOf(X11Connection& conn, xcb_window_t number) {
 
 std::vector<ListedWindow> readWindows(X11Connection& conn, const std::vector<MonitorBox>& monitors,
                                       const DesktopLayout& layout, bool hasXRes, const DesktopEntries* applications) {
+    // The properties asked for in one go are dropped once read, or on the way out.
+    struct ForgetPrefetched {
+        X11Connection& conn;
+        ~ForgetPrefetched() { conn.forgetPrefetched(); }
+    } forget{conn};
     std::vector<ListedWindow> windows;
     std::vector<int32_t> kindLayers;
     for (const TopLevel& top : onScreenTopLevels(conn, monitors)) {
