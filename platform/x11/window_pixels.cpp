@@ -12,8 +12,10 @@ namespace pv::x11 {
 namespace {
 
 // Clients repaint the parts that were covered once redirection gives each
-// window its own pixmap; this is how long we give them after starting it.
-constexpr auto kRepaintGrace = std::chrono::milliseconds(150);
+// window its own pixmap. Their drawing counts as done once it has paused this
+// long, and is waited for this long at most (without Damage, the whole time).
+constexpr auto kSettleQuiet = std::chrono::milliseconds(20);
+constexpr auto kSettleMost = std::chrono::milliseconds(150);
 // A window redirected for its picture: how long its client may take to start
 // repainting, and how long drawing must have paused for the repaint to count as done.
 constexpr auto kRepaintStart = std::chrono::milliseconds(1000);
@@ -52,11 +54,45 @@ void WindowPixels::prepare() {
         redirected_ = true;
         return;
     }
+    // Drawing into the top levels is watched from before the redirection on.
+    std::vector<uint32_t> damages;
+    if (damageEventBase_ != 0) {
+        auto tree = conn_.get(xcb_query_tree_reply, xcb_query_tree(conn_.raw(), conn_.root()));
+        const xcb_window_t* children = tree ? xcb_query_tree_children(tree.get()) : nullptr;
+        for (int i = 0; tree && i < xcb_query_tree_children_length(tree.get()); ++i) {
+            damages.push_back(xcb_generate_id(conn_.raw()));
+            xcb_damage_create(conn_.raw(), damages.back(), children[i], XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
+        }
+    }
     const bool ours = conn_.check(
         xcb_composite_redirect_subwindows_checked(conn_.raw(), conn_.root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC));
     // Refused (BadAccess) means another client already redirects them by hand.
     redirected_ = true;
-    if (ours) std::this_thread::sleep_for(kRepaintGrace);
+    if (ours) settleAfterRedirection(damages);
+    for (uint32_t d : damages) xcb_damage_destroy(conn_.raw(), d);
+    xcb_flush(conn_.raw());
+}
+
+// The server's own copies into the new pixmaps are reported at once; then
+// clients repaint what was covered. The wait ends when no window has been
+// drawn into for a moment.
+void WindowPixels::settleAfterRedirection(const std::vector<uint32_t>& damages) {
+    if (damages.empty()) {
+        std::this_thread::sleep_for(kSettleMost);
+        return;
+    }
+    const auto isDamage = [&](const xcb_generic_event_t& e) {
+        return (e.response_type & 0x7f) == damageEventBase_ + XCB_DAMAGE_NOTIFY;
+    };
+    const auto until = std::chrono::steady_clock::now() + kSettleMost;
+    bool drawn = true;
+    while (drawn) {
+        for (uint32_t d : damages) xcb_damage_subtract(conn_.raw(), d, XCB_NONE, XCB_NONE);
+        xcb_flush(conn_.raw());
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+        if (left.count() <= 0) break;
+        drawn = conn_.waitForEvent(isDamage, std::min(kSettleQuiet, left));
+    }
 }
 
 std::optional<Image> WindowPixels::frame(xcb_window_t frame) {

@@ -12,6 +12,7 @@
 #include <xcb/xcb.h>
 
 #include <optional>
+#include <vector>
 
 #include "platform/image.h"
 #include "platform/x11/drawable_reader.h"
@@ -36,6 +37,7 @@ public:
 private:
     std::optional<Image> fromPixmap(xcb_window_t frame, xcb_visualid_t visual);
     std::optional<Image> fromBriefRedirection(xcb_window_t frame, xcb_visualid_t visual);
+    void settleAfterRedirection(const std::vector<uint32_t>& damages);
     void askForRepaint(xcb_window_t window, int depth);
     void waitForRepaint(uint32_t damage);
     void keepInsideShape(xcb_window_t frame, Image& image);
