@@ -78,7 +78,7 @@ std::vector<LayerPtr> groupedLayers(const std::vector<WindowPictureOf>& shots) {
             auto l = std::make_shared<LayerElement>();
             l->name = s->entry.title.value_or("<no title>");
             l->location = {s->entry.bounds.x, s->entry.bounds.y, double(s->picture.width), double(s->picture.height)};
-            l->imageData = s->picture.pixels;
+            l->imageData.assign(s->picture.pixels.begin(), s->picture.pixels.end());
             layers.push_back(l);
         }
         layers.push_back(makeGroupMarker(LayerTypeGroupStart, owner));
@@ -166,7 +166,7 @@ int main(int argc, char** argv) {
 
             start = Clock::now();
             const WriteResult written = writePSD(path, {double(desktop->width), double(desktop->height)},
-                                                 desktop->pixels, layers, xmpTemplate, nullptr);
+                                                 {desktop->pixels.begin(), desktop->pixels.end()}, layers, xmpTemplate, nullptr);
             const double writeMs = msSince(start);
             if (!written.ok) {
                 std::fprintf(stderr, "%s\n", written.error.c_str());

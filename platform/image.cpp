@@ -10,8 +10,16 @@ std::optional<int> pictureSide(double pixels) {
     return static_cast<int>(pixels);
 }
 
+Image Image::unfilled(int w, int h) {
+    Image img;
+    img.width = w;
+    img.height = h;
+    img.pixels.resize(static_cast<size_t>(std::max(w, 0)) * std::max(h, 0) * 4);
+    return img;
+}
+
 Image Image::filled(int w, int h, uint8_t r, uint8_t g, uint8_t b, uint8_t a) {
-    Image img(w, h);
+    Image img = unfilled(w, h);
     const auto premul = [a](uint8_t c) { return static_cast<uint8_t>((c * a + 127) / 255); };
     const uint8_t px[4] = {premul(r), premul(g), premul(b), a};
     for (size_t i = 0; i < img.pixels.size(); i += 4) {

@@ -2,9 +2,11 @@
 // A picture in memory: 8-bit RGBA, alpha premultiplied, rows top to bottom with
 // no gap between them (4 * width bytes per row).
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace pv {
@@ -12,6 +14,31 @@ namespace pv {
 // Largest width or height of a picture we make or read: the largest side of
 // a document the writers accept.
 constexpr int kMaxPictureSide = 30000;
+
+// An allocator whose elements start uninitialised unless given a value, so
+// that a buffer about to be written whole is not zeroed first.
+template <class T>
+struct UninitializedAllocator : std::allocator<T> {
+    template <class U>
+    struct rebind {
+        using other = UninitializedAllocator<U>;
+    };
+    UninitializedAllocator() = default;
+    template <class U>
+    UninitializedAllocator(const UninitializedAllocator<U>&) noexcept {}
+    template <class U, class... Args>
+    void construct(U* p, Args&&... args) {
+        if constexpr (sizeof...(Args) == 0)
+            ::new (static_cast<void*>(p)) U;
+        else
+            ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+    }
+};
+using PixelBytes = std::vector<uint8_t, UninitializedAllocator<uint8_t>>;
+
+inline bool operator==(const PixelBytes& a, const std::vector<uint8_t>& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
+}
 
 // A picture side given in (fractional) pixels, truncated, when it is finite and
 // 0 to kMaxPictureSide; nullopt otherwise. Sizes are checked here before they
@@ -21,10 +48,13 @@ std::optional<int> pictureSide(double pixels);
 struct Image {
     int width = 0;
     int height = 0;
-    std::vector<uint8_t> pixels;  // width * height * 4 bytes
+    PixelBytes pixels;  // width * height * 4 bytes
 
     Image() = default;
+    // Transparent black.
     Image(int w, int h) : width(w), height(h), pixels(static_cast<size_t>(w) * h * 4, 0) {}
+    // Pixels left unset, for a picture about to be written whole.
+    static Image unfilled(int w, int h);
 
     bool isNull() const { return width <= 0 || height <= 0; }
     size_t byteCount() const { return pixels.size(); }

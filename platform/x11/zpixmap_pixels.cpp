@@ -63,7 +63,7 @@ void convertByMasks(const uint8_t* data, int stride, const ZPixmapFormat& f, Ima
 }  // namespace
 
 Image imageFromZPixmap(const uint8_t* data, int width, int height, int stride, const ZPixmapFormat& format) {
-    Image out(width, height);
+    Image out = Image::unfilled(width, height);
     if (width <= 0 || height <= 0) return out;
     if (isCommonLayout(format))
         convertCommon(data, stride, format.depth == 32, out);
