@@ -282,13 +282,14 @@ void AppDelegate::writeToPSD() {
         const auto rows = view_.selectedNodes();
         auto windows = collectWindowsOf(rows);
         if (windows.empty())
-            return finishRun(run, {false, nothingWritten(rows.empty() ? "no window was selected"
-                                                                        : "there is no window to capture"), {}});
+            return finishRun(
+                run,
+                {false, nothingWritten(rows.empty() ? "no window was selected" : "there is no window to capture"), {}});
         takeMissingShots(windows, server_, settings.shadow);
         // A capture of everything is laid out on the whole desktop, as its
         // merged image is; a selection on the screens its windows stand on.
-        const PixelRect canvas = desktopIsTheMergedImage_ ? getDesktopRect(*root(), measures().maxBackingScale)
-                                                          : getOutputRect(windows);
+        const PixelRect canvas =
+            desktopIsTheMergedImage_ ? getDesktopRect(*root(), measures().maxBackingScale) : getOutputRect(windows);
         auto stack = assembleLayerStack(std::move(windows), settings.outputFormat, canvas, measures(), groupDepth_);
         run->layers = std::move(stack.layers);
         run->readyCount = markerCount(run->layers);
@@ -364,8 +365,9 @@ void AppDelegate::startWriter(const std::shared_ptr<DocumentRun>& run) {
     runInBackground([this, run] {
         WriteResult result;
         try {
-            result = writeEncodedPSD(run->outputPath, run->size, run->encodedMerged, run->layers, xmpTemplate(),
-                                     [this](const std::string& text) { postStatus(text); }, run->onExisting);
+            result = writeEncodedPSD(
+                run->outputPath, run->size, run->encodedMerged, run->layers, xmpTemplate(),
+                [this](const std::string& text) { postStatus(text); }, run->onExisting);
         } catch (const std::bad_alloc&) {
             result = {false, "cannot write " + run->outputPath + ": out of memory", {}};
         }

@@ -62,7 +62,8 @@ void AppDelegate::prefsPick() {
         return;
     }
     if (!settings.outputFolder) {
-        view_.showAlert("No output folder selected.\n\nAfter taking a screenshot, you will be prompted for a file name.");
+        view_.showAlert(
+            "No output folder selected.\n\nAfter taking a screenshot, you will be prompted for a file name.");
     }
 }
 

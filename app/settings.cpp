@@ -42,8 +42,9 @@ OutputFormat readFormat(QSettings& store, std::vector<std::string>* problems) {
     const qlonglong number = value.toString().trimmed().toLongLong(&isNumber);
     if (isNumber)
         if (auto format = outputFormatFromValue(number)) return *format;
-    complain(problems, "format", value, std::string(outputFormatName(kDefaultOutputFormat)) + " (" +
-                                            std::to_string(outputFormatValue(kDefaultOutputFormat)) + ")");
+    complain(problems, "format", value,
+             std::string(outputFormatName(kDefaultOutputFormat)) + " (" +
+                 std::to_string(outputFormatValue(kDefaultOutputFormat)) + ")");
     return kDefaultOutputFormat;
 }
 

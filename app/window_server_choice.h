@@ -28,9 +28,9 @@ namespace pv {
 
 struct SessionFacts {
     bool wayland = false;
-    std::string evidence;  // what says Wayland: "XDG_SESSION_TYPE=wayland", ...
-    std::string desktop;   // XDG_CURRENT_DESKTOP (or XDG_SESSION_DESKTOP); empty when unknown
-    std::string forced;    // PLENAVUE_BACKEND
+    std::string evidence;       // what says Wayland: "XDG_SESSION_TYPE=wayland", ...
+    std::string desktop;        // XDG_CURRENT_DESKTOP (or XDG_SESSION_DESKTOP); empty when unknown
+    std::string forced;         // PLENAVUE_BACKEND
     std::string waylandSocket;  // the compositor's socket path, when one is named
 };
 

@@ -38,7 +38,7 @@ std::vector<uint8_t> windowPixels(int w, int h, uint32_t seed) {
             if (y < 40) {
                 r = g = b = 236;  // title bar
             } else if (x < 240) {
-                r = 245, g = 246, b = 248;  // side bar
+                r = 245, g = 246, b = 248;                                                 // side bar
                 if (y % 24 < 12 && x > 20 && x < 200 && (x / 7) % 3 != 0) r = g = b = 40;  // text
             } else if (x < w / 2) {
                 r = static_cast<uint8_t>(x * 255 / w), g = static_cast<uint8_t>(y * 255 / h), b = 180;
@@ -68,9 +68,12 @@ int main(int argc, char** argv) {
     std::string folder = std::filesystem::temp_directory_path().string();
     bool keep = false;
     for (int i = 1, positional = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--keep") == 0) keep = true;
-        else if (positional++ == 0) runs = std::max(1, std::atoi(argv[i]));
-        else folder = argv[i];
+        if (std::strcmp(argv[i], "--keep") == 0)
+            keep = true;
+        else if (positional++ == 0)
+            runs = std::max(1, std::atoi(argv[i]));
+        else
+            folder = argv[i];
     }
 
     const int layerW = 1920, layerH = 1080, layerCount = 8;
@@ -86,7 +89,8 @@ int main(int argc, char** argv) {
     const double compositeMB = double(canvasW) * canvasH * 4 / 1e6;
     const std::string path = folder + "/bench_document.psd";
     std::printf("document: %d layers of %dx%d (%.1f MB of pixels), composite %dx%d (%.1f MB); %u hardware threads\n",
-                layerCount, layerW, layerH, layerMB, canvasW, canvasH, compositeMB, std::thread::hardware_concurrency());
+                layerCount, layerW, layerH, layerMB, canvasW, canvasH, compositeMB,
+                std::thread::hardware_concurrency());
 
     for (int run = 1; run <= runs; ++run) {
         std::vector<LayerPtr> layers;
@@ -130,14 +134,17 @@ int main(int argc, char** argv) {
         for (auto& l : serial) prepareLayer(*l);
         const double serialMs = msSince(start);
 
-        std::printf("run %d: prepare %.1f ms parallel (%.0f MB/s), %.1f ms on one thread (%.0f MB/s); "
-                    "layer data %.1f MB (%.0f%% of pixels)\n",
-                    run, prepMs, layerMB / (prepMs / 1000), serialMs, layerMB / (serialMs / 1000), static_cast<double>(channelBytes) / 1e6,
-                    100.0 * static_cast<double>(channelBytes) / (layerMB * 1e6));
+        std::printf(
+            "run %d: prepare %.1f ms parallel (%.0f MB/s), %.1f ms on one thread (%.0f MB/s); "
+            "layer data %.1f MB (%.0f%% of pixels)\n",
+            run, prepMs, layerMB / (prepMs / 1000), serialMs, layerMB / (serialMs / 1000),
+            static_cast<double>(channelBytes) / 1e6, 100.0 * static_cast<double>(channelBytes) / (layerMB * 1e6));
         std::printf("       write %.1f ms incl. composite (%.0f MB/s of layer + composite pixels); file %.1f MB\n",
                     writeMs, (layerMB + compositeMB) / (writeMs / 1000), static_cast<double>(fileBytes) / 1e6);
     }
-    if (keep) std::printf("kept %s\n", path.c_str());
-    else std::filesystem::remove(path);
+    if (keep)
+        std::printf("kept %s\n", path.c_str());
+    else
+        std::filesystem::remove(path);
     return 0;
 }

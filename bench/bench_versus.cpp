@@ -95,8 +95,8 @@ struct Ratio {
         if (values.empty()) return;
         auto v = values;
         std::sort(v.begin(), v.end());
-        std::printf("  %-44s min %.2f  median %.2f  max %.2f  (%zu rounds)\n", name.c_str(), v.front(),
-                    v[v.size() / 2], v.back(), v.size());
+        std::printf("  %-44s min %.2f  median %.2f  max %.2f  (%zu rounds)\n", name.c_str(), v.front(), v[v.size() / 2],
+                    v.back(), v.size());
     }
 };
 
@@ -149,13 +149,13 @@ bool makeFixture(const fs::path& dir, std::vector<std::string>& convertArgs) {
         const std::string name = "window" + std::to_string(i) + ".png";
         if (!writeFile((dir / name).string(), encodePNG(picture))) return false;
         windows += (i ? ",\n" : "") + std::string("    {\"number\": ") + std::to_string(100 + i) +
-                   ", \"ownerName\": \"App " + std::to_string(i % 3) + "\", \"ownerPID\": " +
-                   std::to_string(1000 + i % 3) + ", \"title\": \"Window " + std::to_string(i) +
+                   ", \"ownerName\": \"App " + std::to_string(i % 3) +
+                   "\", \"ownerPID\": " + std::to_string(1000 + i % 3) + ", \"title\": \"Window " + std::to_string(i) +
                    "\", \"bounds\": [" + std::to_string(x) + ", " + std::to_string(y) + ", " + std::to_string(kW) +
                    ", " + std::to_string(kH) + "], \"picture\": {\"png\": \"" + name + "\"}}";
         // convert's layers are given bottom first; the fixture lists frontmost first.
-        layerArgs.insert(layerArgs.begin(), {"-page", "+" + std::to_string(x) + "+" + std::to_string(y),
-                                             (dir / name).string()});
+        layerArgs.insert(layerArgs.begin(),
+                         {"-page", "+" + std::to_string(x) + "+" + std::to_string(y), (dir / name).string()});
     }
     if (!writeFile((dir / "desktop.png").string(), encodePNG(desktop))) return false;
     std::ofstream json(dir / "desktop.json");
@@ -233,15 +233,17 @@ int main(int argc, char** argv) {
     // Our program reads no stored settings of the developer.
     const std::vector<std::string> ourEnv = {"HOME=" + (dir / "home").string(),
                                              "XDG_CONFIG_HOME=" + (dir / "home").string()};
-    std::printf("bench_versus: %d rounds, %u hardware threads (the machine may be shared: compare ratios)\n",
-                rounds, std::thread::hardware_concurrency());
+    std::printf("bench_versus: %d rounds, %u hardware threads (the machine may be shared: compare ratios)\n", rounds,
+                std::thread::hardware_concurrency());
 
     // ---- fixture desktop vs ImageMagick
     std::vector<std::string> convertArgs;
     if (!makeFixture(dir, convertArgs)) return 1;
-    const std::vector<std::string> ourFixture = {plenavue, "capture", "-q", "--no-shadow", "--format", "grouped",
-                                                 "--desktop", (dir / "desktop.json").string(), "--file",
-                                                 (dir / "ours.psd").string()};
+    const std::vector<std::string> ourFixture = {plenavue,    "capture",
+                                                 "-q",        "--no-shadow",
+                                                 "--format",  "grouped",
+                                                 "--desktop", (dir / "desktop.json").string(),
+                                                 "--file",    (dir / "ours.psd").string()};
     Ratio fixtureRatio{"fixture capture / ImageMagick layered PSD", {}};
     for (int r = 0; r < rounds; ++r) {
         const double ours = timedRun(ourFixture, ourEnv);
@@ -280,8 +282,8 @@ int main(int argc, char** argv) {
     const std::vector<std::string> xEnv = {"DISPLAY=" + session.display(), "HOME=" + (dir / "home").string(),
                                            "XDG_CONFIG_HOME=" + (dir / "home").string()};
     const auto ourX11 = [&](const std::string& format, const std::string& file) {
-        return std::vector<std::string>{plenavue, "capture", "-q", "--no-shadow", "--format", format, "--file",
-                                        (dir / file).string()};
+        return std::vector<std::string>{plenavue,   "capture", "-q",     "--no-shadow",
+                                        "--format", format,    "--file", (dir / file).string()};
     };
     const std::vector<std::string> scrot = {"/usr/bin/scrot", "-o", (dir / "scrot.png").string()};
     Ratio psdRatio{"x11 grouped PSD / scrot PNG", {}}, pngRatio{"x11 PNG / scrot PNG", {}},
@@ -291,7 +293,8 @@ int main(int argc, char** argv) {
         const double flat = timedRun(scrot, xEnv);
         const double png = timedRun(ourX11("png", "x11.png"), xEnv);
         if (psd < 0 || flat < 0 || png < 0) return 1;
-        const double ourSize = megabytes(fs::file_size(dir / "x11.png")), theirSize = megabytes(fs::file_size(dir / "scrot.png"));
+        const double ourSize = megabytes(fs::file_size(dir / "x11.png")),
+                     theirSize = megabytes(fs::file_size(dir / "scrot.png"));
         std::printf("x11 round %d: grouped PSD %.0f ms (%.1f MB), PNG %.0f ms (%.2f MB), scrot %.0f ms (%.2f MB)\n",
                     r + 1, psd, megabytes(fs::file_size(dir / "x11.psd")), png, ourSize, flat, theirSize);
         psdRatio.values.push_back(psd / flat);

@@ -103,7 +103,8 @@ double captureThroughController(X11WindowServer& server, const std::string& fold
     while (!view.outcome && limit.elapsed() < 120000) QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
     const double ms = msSince(start);
     if (!view.outcome || !view.outcome->ok) {
-        std::fprintf(stderr, "controller capture failed: %s\n", view.outcome ? view.outcome->reason.c_str() : "timeout");
+        std::fprintf(stderr, "controller capture failed: %s\n",
+                     view.outcome ? view.outcome->reason.c_str() : "timeout");
         return -1;
     }
     std::filesystem::remove(view.outcome->path);
@@ -118,9 +119,12 @@ int main(int argc, char** argv) {
     std::string folder = std::filesystem::temp_directory_path().string();
     bool keep = false;
     for (int i = 1, positional = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--keep") == 0) keep = true;
-        else if (positional++ == 0) runs = std::max(1, std::atoi(argv[i]));
-        else folder = argv[i];
+        if (std::strcmp(argv[i], "--keep") == 0)
+            keep = true;
+        else if (positional++ == 0)
+            runs = std::max(1, std::atoi(argv[i]));
+        else
+            folder = argv[i];
     }
     std::ifstream in(std::string(PV_SOURCE_DIR) + "/resources/xmp.dat", std::ios::binary);
     const std::string xmpTemplate{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -139,8 +143,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(500));  // first frames drawn
-    std::printf("x11 capture: 3840x2160 Xvfb, openbox, %zu windows; %u hardware threads\n",
-                server->windowList().size(), std::thread::hardware_concurrency());
+    std::printf("x11 capture: 3840x2160 Xvfb, openbox, %zu windows; %u hardware threads\n", server->windowList().size(),
+                std::thread::hardware_concurrency());
 
     for (int run = 1; run <= runs; ++run) {
         for (bool shared : {true, false}) {
@@ -165,17 +169,19 @@ int main(int argc, char** argv) {
             const double prepareMs = msSince(start);
 
             start = Clock::now();
-            const WriteResult written = writePSD(path, {double(desktop->width), double(desktop->height)},
-                                                 {desktop->pixels.begin(), desktop->pixels.end()}, layers, xmpTemplate, nullptr);
+            const WriteResult written =
+                writePSD(path, {double(desktop->width), double(desktop->height)},
+                         {desktop->pixels.begin(), desktop->pixels.end()}, layers, xmpTemplate, nullptr);
             const double writeMs = msSince(start);
             if (!written.ok) {
                 std::fprintf(stderr, "%s\n", written.error.c_str());
                 return 1;
             }
-            std::printf("run %d (%s): pictures %.1f ms (%zu windows + desktop, %.1f MB), prepare %.1f ms, "
-                        "write %.1f ms, total %.1f ms; file %.1f MB\n",
-                        run, shared ? "MIT-SHM" : "GetImage", pictureMs, shots.size(), pixelsMB, prepareMs, writeMs,
-                        pictureMs + prepareMs + writeMs, double(std::filesystem::file_size(path)) / 1e6);
+            std::printf(
+                "run %d (%s): pictures %.1f ms (%zu windows + desktop, %.1f MB), prepare %.1f ms, "
+                "write %.1f ms, total %.1f ms; file %.1f MB\n",
+                run, shared ? "MIT-SHM" : "GetImage", pictureMs, shots.size(), pixelsMB, prepareMs, writeMs,
+                pictureMs + prepareMs + writeMs, double(std::filesystem::file_size(path)) / 1e6);
         }
     }
     for (int run = 1; run <= runs; ++run) {
@@ -186,7 +192,9 @@ int main(int argc, char** argv) {
                         shadow ? "with shadows" : "no shadows", ms);
         }
     }
-    if (keep) std::printf("kept %s\n", path.c_str());
-    else std::filesystem::remove(path);
+    if (keep)
+        std::printf("kept %s\n", path.c_str());
+    else
+        std::filesystem::remove(path);
     return 0;
 }

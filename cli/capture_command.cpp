@@ -68,7 +68,7 @@ std::string absolutePath(const std::string& path) {
 // why, and the exit code is 1. Only async-signal-safe calls from here on.
 void stopOnSignal(int number) {
     removeOpenTemporaries();
-    const char* line = number == SIGINT    ? "plenavue capture: stopped by SIGINT before the capture was complete\n"
+    const char* line = number == SIGINT   ? "plenavue capture: stopped by SIGINT before the capture was complete\n"
                        : number == SIGHUP ? "plenavue capture: stopped by SIGHUP before the capture was complete\n"
                                           : "plenavue capture: stopped by SIGTERM before the capture was complete\n";
     [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line, std::strlen(line));

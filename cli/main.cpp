@@ -12,8 +12,9 @@ int main(int argc, char** argv) {
     CLI::App app{"Plenavue: a layered picture of the whole desktop", "plenavue"};
     app.require_subcommand(0, 1);
     app.set_version_flag("--version", std::string("plenavue ") + pv::kVersion);
-    app.footer("Without a subcommand, Plenavue starts in the system tray:\n"
-               "Shift+Super+5 captures every window, Shift+Super+6 opens the window chooser.");
+    app.footer(
+        "Without a subcommand, Plenavue starts in the system tray:\n"
+        "Shift+Super+5 captures every window, Shift+Super+6 opens the window chooser.");
 
     pv::cli::ListOptions listOptions;
     auto* list = app.add_subcommand("list", "Print the inventory of screens, applications and windows");
@@ -27,14 +28,19 @@ int main(int argc, char** argv) {
     capture->add_option("--format", captureOptions.format, "grouped, ungrouped or png (default: stored setting)");
     auto* output = capture->add_option("--output", captureOptions.outputFolder, "Folder to write a dated file into");
     capture->add_option("--file", captureOptions.file, "File to write")->excludes(output);
-    auto* shadow = capture->add_flag_callback("--shadow", [&] { captureOptions.shadow = true; },
-                                              "Capture windows with their drop shadow");
-    capture->add_flag_callback("--no-shadow", [&] { captureOptions.shadow = false; },
-                               "Capture windows without a shadow")->excludes(shadow);
-    auto* ignore = capture->add_flag_callback("--ignore-system", [&] { captureOptions.ignoreSystem = true; },
-                                              "Leave out system windows (docks, desktop, notifications)");
-    capture->add_flag_callback("--keep-system", [&] { captureOptions.ignoreSystem = false; },
-                               "Keep system windows")->excludes(ignore);
+    auto* shadow = capture->add_flag_callback(
+        "--shadow", [&] { captureOptions.shadow = true; }, "Capture windows with their drop shadow");
+    capture
+        ->add_flag_callback(
+            "--no-shadow", [&] { captureOptions.shadow = false; }, "Capture windows without a shadow")
+        ->excludes(shadow);
+    auto* ignore = capture->add_flag_callback(
+        "--ignore-system", [&] { captureOptions.ignoreSystem = true; },
+        "Leave out system windows (docks, desktop, notifications)");
+    capture
+        ->add_flag_callback(
+            "--keep-system", [&] { captureOptions.ignoreSystem = false; }, "Keep system windows")
+        ->excludes(ignore);
     capture->add_flag("--quiet,-q", captureOptions.quiet, "Print no status lines");
 
     try {

@@ -12,8 +12,8 @@ ImagePtr bitmapFromImage(const ImagePtr& picture, double width, double height) {
     const auto w = pictureSide(width);
     const auto h = pictureSide(height);
     if (!w || !h)
-        throw std::length_error(fmt::format("no picture of {}x{} pixels: each side must be 0 to {}", width, height,
-                                            kMaxPictureSide));
+        throw std::length_error(
+            fmt::format("no picture of {}x{} pixels: each side must be 0 to {}", width, height, kMaxPictureSide));
     if (*w == image.width && *h == image.height) return picture;
     return std::make_shared<const Image>(resampled(image, *w, *h));
 }

@@ -85,8 +85,8 @@ size_t appendPackedBits(std::vector<uint8_t>& out, const uint8_t* source, size_t
     return written;
 }
 
-std::vector<uint8_t> packedBitsForRange(const uint8_t* source, size_t sourceLength, uint64_t location,
-                                        uint64_t length, int32_t skip) {
+std::vector<uint8_t> packedBitsForRange(const uint8_t* source, size_t sourceLength, uint64_t location, uint64_t length,
+                                        int32_t skip) {
     std::vector<uint8_t> out;
     appendPackedBits(out, source, sourceLength, location, length, skip);
     return out;

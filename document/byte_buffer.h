@@ -33,8 +33,8 @@ size_t packBitsInto(uint8_t* out, const uint8_t* source, uint64_t count, int32_t
 // location + length. The range must lie inside the source; an empty range, a
 // range starting past the end or a skip below 1 gives an empty result, and a
 // range running past the end is cut at the end.
-std::vector<uint8_t> packedBitsForRange(const uint8_t* source, size_t sourceLength, uint64_t location,
-                                        uint64_t length, int32_t skip);
+std::vector<uint8_t> packedBitsForRange(const uint8_t* source, size_t sourceLength, uint64_t location, uint64_t length,
+                                        int32_t skip);
 
 // The same encoding appended to `out`; returns the number of bytes appended.
 size_t appendPackedBits(std::vector<uint8_t>& out, const uint8_t* source, size_t sourceLength, uint64_t location,

@@ -23,8 +23,9 @@ void DocumentRun::composeMergedImage(Size canvas) {
 }
 
 void DocumentRun::encodeMerged() {
-    if (merged) encodedMerged = encodeMergedImage(merged->pixels.data(), static_cast<uint64_t>(merged->width),
-                                                  static_cast<uint64_t>(merged->height));
+    if (merged)
+        encodedMerged = encodeMergedImage(merged->pixels.data(), static_cast<uint64_t>(merged->width),
+                                          static_cast<uint64_t>(merged->height));
 }
 
 bool DocumentRun::hasPixelLayer() const {

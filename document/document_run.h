@@ -17,12 +17,12 @@ namespace pv {
 struct DocumentRun {
     std::string outputPath;
     OnExisting onExisting = OnExisting::Replace;
-    std::vector<LayerPtr> layers;          // top of the stack first
-    int32_t readyCount = 0;                // entries of layers that are ready
-    ImagePtr merged;                       // the composite, RGBA premultiplied; shared, never changed
-    std::vector<uint8_t> encodedMerged;    // merged as the file stores it (encodeMergedImage)
-    bool mergedEncoded = false;            // encodeMerged has run (on a worker)
-    Size size;                             // the composite's size in pixels
+    std::vector<LayerPtr> layers;        // top of the stack first
+    int32_t readyCount = 0;              // entries of layers that are ready
+    ImagePtr merged;                     // the composite, RGBA premultiplied; shared, never changed
+    std::vector<uint8_t> encodedMerged;  // merged as the file stores it (encodeMergedImage)
+    bool mergedEncoded = false;          // encodeMerged has run (on a worker)
+    Size size;                           // the composite's size in pixels
     bool failed = false;
 
     // The composite becomes the merged image, shared rather than copied; none

@@ -23,8 +23,8 @@ LayerPtr pixelLayer(const PVWindowElement& w, OutputFormat format, const PixelRe
     const std::string parentName = parent ? parent->name : std::string();
     layer->name = format == OutputFormat::UngroupedPSD ? ungroupedLayerName(parentName, w.name) : w.name;
     layer->location = layerLocation(w, {static_cast<double>(bitmap->width), static_cast<double>(bitmap->height)},
-                                    {static_cast<double>(w.shot->width), static_cast<double>(w.shot->height)}, canvas, s,
-                                    m.mainScreenHeight);
+                                    {static_cast<double>(w.shot->width), static_cast<double>(w.shot->height)}, canvas,
+                                    s, m.mainScreenHeight);
     layer->picture = std::move(bitmap);
     return layer;
 }
@@ -76,8 +76,8 @@ private:
 
 }  // namespace
 
-LayerStack assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format,
-                              const PixelRect& canvas, const ScreenMeasures& measures, int32_t& groupDepth) {
+LayerStack assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format, const PixelRect& canvas,
+                              const ScreenMeasures& measures, int32_t& groupDepth) {
     removeDuplicates(collected);
     sortIntoLayerOrder(collected);
     if (format == OutputFormat::GroupedPSD) groupByApplication(collected);

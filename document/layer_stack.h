@@ -25,8 +25,8 @@ struct LayerStack {
     std::vector<LayerPtr> layers;  // top of the stack first
     PixelRect canvas;              // the output rectangle the layers are placed on
 };
-LayerStack assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format,
-                              const PixelRect& canvas, const ScreenMeasures& measures, int32_t& groupDepth);
+LayerStack assembleLayerStack(std::vector<PVWindowElement::Ptr> collected, OutputFormat format, const PixelRect& canvas,
+                              const ScreenMeasures& measures, int32_t& groupDepth);
 
 // How many entries of the stack are group markers (born ready).
 int32_t markerCount(const std::vector<LayerPtr>& layers);

@@ -40,8 +40,7 @@ Image composeLayers(const std::vector<LayerPtr>& layers, int width, int height) 
             if (y < p.top || y >= p.top + p.pixels.height) continue;
             const int x0 = std::max(0, p.left), x1 = std::min(width, p.left + p.pixels.width);
             if (x0 >= x1) continue;
-            const uint8_t* s = p.pixels.data +
-                               (static_cast<size_t>(y - p.top) * p.pixels.width + (x0 - p.left)) * 4;
+            const uint8_t* s = p.pixels.data + (static_cast<size_t>(y - p.top) * p.pixels.width + (x0 - p.left)) * 4;
             float* d = row.data() + static_cast<size_t>(x0) * 4;
             for (int x = x0; x < x1; ++x, s += 4, d += 4) {
                 const float keep = (255 - s[3]) / 255.0f;
@@ -49,8 +48,7 @@ Image composeLayers(const std::vector<LayerPtr>& layers, int width, int height) 
             }
         }
         uint8_t* out = canvas.row(y);
-        for (size_t i = 0; i < row.size(); ++i)
-            out[i] = static_cast<uint8_t>(std::min(255.0f, row[i] + 0.5f));
+        for (size_t i = 0; i < row.size(); ++i) out[i] = static_cast<uint8_t>(std::min(255.0f, row[i] + 0.5f));
     }
     return canvas;
 }

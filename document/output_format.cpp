@@ -8,10 +8,14 @@ namespace pv {
 
 std::optional<OutputFormat> outputFormatFromValue(int64_t value) {
     switch (value) {
-        case 0: return OutputFormat::GroupedPSD;
-        case 1: return OutputFormat::UngroupedPSD;
-        case 2: return OutputFormat::PNG;
-        default: return std::nullopt;
+    case 0:
+        return OutputFormat::GroupedPSD;
+    case 1:
+        return OutputFormat::UngroupedPSD;
+    case 2:
+        return OutputFormat::PNG;
+    default:
+        return std::nullopt;
     }
 }
 
@@ -23,9 +27,12 @@ std::optional<OutputFormat> outputFormatFromName(std::string_view name) {
 
 std::string_view outputFormatName(OutputFormat format) {
     switch (format) {
-        case OutputFormat::GroupedPSD: return "grouped";
-        case OutputFormat::UngroupedPSD: return "ungrouped";
-        case OutputFormat::PNG: return "png";
+    case OutputFormat::GroupedPSD:
+        return "grouped";
+    case OutputFormat::UngroupedPSD:
+        return "ungrouped";
+    case OutputFormat::PNG:
+        return "png";
     }
     return "ungrouped";
 }

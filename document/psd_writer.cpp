@@ -29,11 +29,20 @@ std::string xmlEscaped(const std::string& text) {
     out.reserve(text.size());
     for (char ch : text) {
         switch (ch) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            default: out += ch;
+        case '&':
+            out += "&amp;";
+            break;
+        case '<':
+            out += "&lt;";
+            break;
+        case '>':
+            out += "&gt;";
+            break;
+        case '"':
+            out += "&quot;";
+            break;
+        default:
+            out += ch;
         }
     }
     return out;
@@ -75,10 +84,10 @@ void appendLayerRecord(std::vector<uint8_t>& b, const LayerElement& e, const Lay
         appendValue(b, e.channelSizes[c], 4);
     }
     appendBytes(b, e.type == LayerTypeGroupEnd ? "8BIMpass" : "8BIMnorm");  // a group passes its layers through
-    b.push_back(255);                                   // opacity
-    b.push_back(0);                                     // clipping: base
-    b.push_back(e.type == LayerTypePixel ? 0 : 0x18);   // markers: pixel data irrelevant
-    b.push_back(0);                                     // filler
+    b.push_back(255);                                                       // opacity
+    b.push_back(0);                                                         // clipping: base
+    b.push_back(e.type == LayerTypePixel ? 0 : 0x18);                       // markers: pixel data irrelevant
+    b.push_back(0);                                                         // filler
 
     const std::string name = psdLayerName(e.name);
     const size_t pad = namePadding(name.size());
@@ -149,8 +158,8 @@ std::string channelDataProblem(const LayerElement& e, const LayerPixelBounds& r)
     size_t at = 0;
     for (int c = 0; c < 4; ++c) {
         const auto size = static_cast<size_t>(e.channelSizes[c]);
-        const std::string problem =
-            blockProblem(e.imageData.data() + at, size, static_cast<uint64_t>(r.width), static_cast<uint64_t>(r.height));
+        const std::string problem = blockProblem(e.imageData.data() + at, size, static_cast<uint64_t>(r.width),
+                                                 static_cast<uint64_t>(r.height));
         if (!problem.empty())
             return "layer \"" + e.name + "\" does not match its " + std::to_string(r.width) + "x" +
                    std::to_string(r.height) + " rectangle: channel " + std::to_string(c) + " " + problem;
@@ -208,9 +217,12 @@ std::string asciiText(const std::string& utf8) {
         // One '?' per character: a lead byte takes its continuation bytes
         // along; a stray byte stands for itself.
         size_t len = 1;
-        if (b >= 0xC2 && b <= 0xDF) len = 2;
-        else if (b >= 0xE0 && b <= 0xEF) len = 3;
-        else if (b >= 0xF0 && b <= 0xF4) len = 4;
+        if (b >= 0xC2 && b <= 0xDF)
+            len = 2;
+        else if (b >= 0xE0 && b <= 0xEF)
+            len = 3;
+        else if (b >= 0xF0 && b <= 0xF4)
+            len = 4;
         size_t used = 1;
         while (used < len && i + used < n && (static_cast<unsigned char>(utf8[i + used]) & 0xC0) == 0x80) ++used;
         out += '?';
@@ -265,7 +277,9 @@ namespace {
 WriteResult writeDocument(const std::string& path, Size size, size_t mergedBytes,
                           const std::function<bool(AtomicFile&)>& writeMerged, const std::vector<LayerPtr>& layers,
                           const std::string& xmpTemplate, const StatusFn& status, OnExisting onExisting) {
-    auto refuse = [&path](const std::string& reason) { return WriteResult{false, "cannot write " + path + ": " + reason, {}}; };
+    auto refuse = [&path](const std::string& reason) {
+        return WriteResult{false, "cannot write " + path + ": " + reason, {}};
+    };
 
     if (!(size.width >= 1 && size.height >= 1)) return refuse("the canvas is empty");
     if (size.width >= kMaxPSDDimension + 1 || size.height >= kMaxPSDDimension + 1)
@@ -303,8 +317,8 @@ WriteResult writeDocument(const std::string& path, Size size, size_t mergedBytes
     appendValue(head, 3, 2);  // RGB
     appendValue(head, 0, 4);  // colour mode data
 
-    const std::string xmp = buildXmpPacket(xmpTemplate, lastPathComponent(path), static_cast<int>(W),
-                                           static_cast<int>(H), localNow());
+    const std::string xmp =
+        buildXmpPacket(xmpTemplate, lastPathComponent(path), static_cast<int>(W), static_cast<int>(H), localNow());
     appendValue(head, static_cast<int64_t>(xmp.size() + 12), 4);
     appendBytes(head, "8BIM");
     appendValue(head, 1060, 2);  // XMP metadata
@@ -318,19 +332,22 @@ WriteResult writeDocument(const std::string& path, Size size, size_t mergedBytes
     appendValue(head, -static_cast<int64_t>(layers.size()), 2);
     for (auto it = layers.rbegin(); it != layers.rend(); ++it) appendLayerRecord(head, **it, *recordBounds(**it));
 
-    return writeFileAtomically(path, [&](AtomicFile& file) {
-        if (!file.write(head.data(), head.size())) return false;
-        for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
-            const LayerElement& e = **it;
-            if (status) status("Writing: " + e.name);
-            if (!file.write(e.imageData.data(), e.imageData.size())) return false;
-        }
-        static const uint8_t maskAndCode[6] = {0, 0, 0, 0, 0, 1};  // global mask length 0, PackBits
-        if (!file.write(maskAndCode, sizeof maskAndCode)) return false;
+    return writeFileAtomically(
+        path,
+        [&](AtomicFile& file) {
+            if (!file.write(head.data(), head.size())) return false;
+            for (auto it = layers.rbegin(); it != layers.rend(); ++it) {
+                const LayerElement& e = **it;
+                if (status) status("Writing: " + e.name);
+                if (!file.write(e.imageData.data(), e.imageData.size())) return false;
+            }
+            static const uint8_t maskAndCode[6] = {0, 0, 0, 0, 0, 1};  // global mask length 0, PackBits
+            if (!file.write(maskAndCode, sizeof maskAndCode)) return false;
 
-        if (status) status("Writing composite...");
-        return writeMerged(file);
-    }, onExisting);
+            if (status) status("Writing composite...");
+            return writeMerged(file);
+        },
+        onExisting);
 }
 
 }  // namespace
@@ -341,23 +358,23 @@ WriteResult writePSD(const std::string& path, Size size, const std::vector<uint8
     return writeDocument(
         path, size, merged.size(),
         [&](AtomicFile& file) {
-            const std::vector<uint8_t> composite = encodeMergedImage(
-                merged.data(), static_cast<uint64_t>(size.width), static_cast<uint64_t>(size.height));
+            const std::vector<uint8_t> composite =
+                encodeMergedImage(merged.data(), static_cast<uint64_t>(size.width), static_cast<uint64_t>(size.height));
             return file.write(composite.data(), composite.size());
         },
         layers, xmpTemplate, status, onExisting);
 }
 
 WriteResult writeEncodedPSD(const std::string& path, Size size, const std::vector<uint8_t>& encodedMerged,
-                            const std::vector<LayerPtr>& layers, const std::string& xmpTemplate,
-                            const StatusFn& status, OnExisting onExisting) {
+                            const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status,
+                            OnExisting onExisting) {
     // An encoded merged image exists only for a canvas that was there to encode.
     const auto side = [](double v) { return v >= 1 && v < kMaxPSDDimension + 1 ? static_cast<uint64_t>(v) : 0; };
     const uint64_t pixels = side(size.width) * side(size.height);
     return writeDocument(
         path, size, encodedMerged.empty() ? 0 : pixels * 4,
-        [&](AtomicFile& file) { return file.write(encodedMerged.data(), encodedMerged.size()); }, layers,
-        xmpTemplate, status, onExisting);
+        [&](AtomicFile& file) { return file.write(encodedMerged.data(), encodedMerged.size()); }, layers, xmpTemplate,
+        status, onExisting);
 }
 
 }  // namespace pv

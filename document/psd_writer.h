@@ -69,7 +69,7 @@ std::vector<uint8_t> encodeMergedImage(const uint8_t* rgba, uint64_t width, uint
 // writePSD with the merged image already encoded by encodeMergedImage at the
 // canvas size; refuses an empty one.
 WriteResult writeEncodedPSD(const std::string& path, Size size, const std::vector<uint8_t>& encodedMerged,
-                            const std::vector<LayerPtr>& layers, const std::string& xmpTemplate,
-                            const StatusFn& status, OnExisting onExisting = OnExisting::Replace);
+                            const std::vector<LayerPtr>& layers, const std::string& xmpTemplate, const StatusFn& status,
+                            OnExisting onExisting = OnExisting::Replace);
 
 }  // namespace pv

@@ -7,10 +7,10 @@
 #include <fstream>
 #include <string>
 
+#include "fuzz/scratch_folder.h"
 #include "inventory/inventory.h"
 #include "inventory/inventory_format.h"
 #include "platform/fixture_desktop.h"
-#include "fuzz/scratch_folder.h"
 #include "platform/png_io.h"
 
 namespace {

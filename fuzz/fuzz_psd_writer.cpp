@@ -54,9 +54,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int count = in.ConsumeIntegralInRange(0, 6);
     for (int i = 0; i < count; ++i) {
         switch (in.ConsumeIntegralInRange(0, 4)) {
-            case 0: layers.push_back(pv::makeGroupMarker(pv::LayerTypeGroupStart, in.ConsumeRandomLengthString(300))); break;
-            case 1: layers.push_back(pv::makeGroupMarker(pv::LayerTypeGroupEnd, in.ConsumeRandomLengthString(300))); break;
-            default: layers.push_back(pixelLayer(in));
+        case 0:
+            layers.push_back(pv::makeGroupMarker(pv::LayerTypeGroupStart, in.ConsumeRandomLengthString(300)));
+            break;
+        case 1:
+            layers.push_back(pv::makeGroupMarker(pv::LayerTypeGroupEnd, in.ConsumeRandomLengthString(300)));
+            break;
+        default:
+            layers.push_back(pixelLayer(in));
         }
     }
     for (const auto& layer : layers) pv::prepareLayer(*layer);

@@ -15,7 +15,8 @@ public:
     explicit ScratchFolder(const std::string& name) {
         std::error_code error;
         const std::filesystem::path memory = "/dev/shm";
-        const auto root = std::filesystem::is_directory(memory, error) ? memory : std::filesystem::temp_directory_path();
+        const auto root =
+            std::filesystem::is_directory(memory, error) ? memory : std::filesystem::temp_directory_path();
         path_ = root / (name + "-" + std::to_string(::getpid()));
         std::filesystem::create_directories(path_);
     }

@@ -10,9 +10,7 @@ namespace pv {
 
 namespace {
 
-bool isSystemOwner(const std::string& name) {
-    return name == "Dock" || name == "Finder" || name == "Window Server";
-}
+bool isSystemOwner(const std::string& name) { return name == "Dock" || name == "Finder" || name == "Window Server"; }
 
 PVWindowElement::Ptr makeWindowNode(const WindowListEntry& entry, uint32_t listPosition) {
     auto node = std::make_shared<PVWindowElement>();

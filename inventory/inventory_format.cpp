@@ -42,8 +42,6 @@ std::string inventoryToText(const PVWindowElement& root) {
     return out;
 }
 
-std::string inventoryToJson(const PVWindowElement& root) {
-    return toJson(root).dump(2) + "\n";
-}
+std::string inventoryToJson(const PVWindowElement& root) { return toJson(root).dump(2) + "\n"; }
 
 }  // namespace pv

@@ -32,7 +32,7 @@ public:
     std::vector<Ptr> children() const { return children_; }
     uint64_t childCount() const { return children_.size(); }
     bool isLeaf() const { return children_.empty(); }
-    void addChild(const Ptr& child);           // appends; no duplicate check, parent untouched
+    void addChild(const Ptr& child);                 // appends; no duplicate check, parent untouched
     void removeChild(const PVWindowElement* child);  // removes every occurrence
 
     // Only application nodes (kind 2) match; depth-first pre-order.

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
-#include <filesystem>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <set>
 
@@ -23,7 +23,7 @@ constexpr std::uintmax_t kMaxEntryBytes = 1 << 20;
 std::vector<std::string> split(const std::string& text, char separator) {
     std::vector<std::string> parts;
     size_t start = 0;
-    for (size_t at = text.find(separator); ; at = text.find(separator, start)) {
+    for (size_t at = text.find(separator);; at = text.find(separator, start)) {
         parts.push_back(text.substr(start, at == std::string::npos ? std::string::npos : at - start));
         if (at == std::string::npos) break;
         start = at + 1;
@@ -70,8 +70,10 @@ std::vector<std::string> execWords(const std::string& exec) {
     for (size_t i = 0; i < exec.size(); ++i) {
         const char c = exec[i];
         if (quoted) {
-            if (c == '"') quoted = false;
-            else word.push_back(c == '\\' && i + 1 < exec.size() ? exec[++i] : c);
+            if (c == '"')
+                quoted = false;
+            else
+                word.push_back(c == '\\' && i + 1 < exec.size() ? exec[++i] : c);
         } else if (c == '"') {
             quoted = inWord = true;
         } else if (c == ' ' || c == '\t') {
@@ -102,8 +104,8 @@ std::string execProgram(const std::string& exec) {
 // Programs that only start others: a window of theirs says nothing about
 // which entry started it.
 bool startsOthers(const std::string& program) {
-    static const std::set<std::string> launchers{"env",  "sh",   "bash", "dash",    "zsh",        "perl",
-                                                 "ruby", "node", "gjs",  "java",    "mono",       "wine",
+    static const std::set<std::string> launchers{"env",     "sh",   "bash",     "dash",       "zsh",     "perl",
+                                                 "ruby",    "node", "gjs",      "java",       "mono",    "wine",
                                                  "flatpak", "snap", "xdg-open", "gtk-launch", "exo-open"};
     const std::string name = baseName(program);
     return launchers.count(name) > 0 || name.starts_with("python");
@@ -184,9 +186,7 @@ std::timespec modificationTime(const std::string& folder) {
     return info.st_mtim;
 }
 
-bool sameTime(const std::timespec& a, const std::timespec& b) {
-    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
+bool sameTime(const std::timespec& a, const std::timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; }
 
 struct FolderReader {
     const std::vector<std::string>& locales;
@@ -227,8 +227,10 @@ std::optional<std::string> processEnvironment(const char* name) {
 
 std::vector<std::string> applicationFolders(const EnvironmentLookup& env) {
     std::vector<std::string> dataFolders;
-    if (auto home = env("XDG_DATA_HOME"); home && home->starts_with('/')) dataFolders.push_back(*home);
-    else if (auto user = env("HOME")) dataFolders.push_back(*user + "/.local/share");
+    if (auto home = env("XDG_DATA_HOME"); home && home->starts_with('/'))
+        dataFolders.push_back(*home);
+    else if (auto user = env("HOME"))
+        dataFolders.push_back(*user + "/.local/share");
     const std::string dirs = env("XDG_DATA_DIRS").value_or("/usr/local/share:/usr/share");
     for (const std::string& dir : split(dirs, ':'))
         if (dir.starts_with('/')) dataFolders.push_back(dir);
@@ -296,10 +298,10 @@ DesktopEntryCache DesktopEntryCache::fromEnvironment(const EnvironmentLookup& en
 }
 
 const DesktopEntries& DesktopEntryCache::current() {
-    const bool changed = !entries_ || std::any_of(entries_->folderTimes.begin(), entries_->folderTimes.end(),
-                                                  [](const auto& folder) {
-                                                      return !sameTime(modificationTime(folder.first), folder.second);
-                                                  });
+    const bool changed =
+        !entries_ || std::any_of(entries_->folderTimes.begin(), entries_->folderTimes.end(), [](const auto& folder) {
+            return !sameTime(modificationTime(folder.first), folder.second);
+        });
     if (changed) entries_ = DesktopEntries::read(folders_, locales_);
     return *entries_;
 }

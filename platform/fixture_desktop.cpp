@@ -7,13 +7,13 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <limits>
-#include <functional>
 #include <map>
 #include <mutex>
-#include <set>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "platform/drop_shadow.h"
@@ -35,8 +35,8 @@ struct FixtureDesktop::Data {
     // for; later asks make them again from the file's description.
     std::map<uint32_t, std::function<Image()>> remakePicture;
     std::function<Image()> remakeDesktop;
-    std::mutex mutex;                 // guards the three below
-    std::set<uint32_t> handedOut;     // windows whose picture left `pictures`
+    std::mutex mutex;              // guards the three below
+    std::set<uint32_t> handedOut;  // windows whose picture left `pictures`
     bool desktopHandedOut = false;
 };
 
@@ -106,7 +106,7 @@ public:
     BasicRect<Space> rect(const json& v, const std::string& path) const {
         if (!v.is_array() || v.size() != 4) fail(path, "must be an array of 4 numbers [x, y, width, height]");
         BasicRect<Space> r{number(v[0], path + "[0]"), number(v[1], path + "[1]"), number(v[2], path + "[2]"),
-               number(v[3], path + "[3]")};
+                           number(v[3], path + "[3]")};
         if (r.width < 0 || r.height < 0) fail(path, "width and height must not be negative");
         return r;
     }
@@ -145,8 +145,8 @@ public:
     // Pictures of more pixels than the limit are refused before they are made.
     void checkPixelCount(int w, int h, const std::string& path) const {
         if (static_cast<uint64_t>(w) * static_cast<uint64_t>(h) > maxPicturePixels_)
-            fail(path, fmt::format("a picture of {}x{} pixels is more than the {} pixels allowed", w, h,
-                                   maxPicturePixels_));
+            fail(path,
+                 fmt::format("a picture of {}x{} pixels is more than the {} pixels allowed", w, h, maxPicturePixels_));
     }
 
 private:
@@ -200,8 +200,10 @@ Image composeDesktop(int w, int h, const FixtureDesktop::Data& d, bool remade) {
         const auto& picture = d.pictures.at(it->number);
         if (!picture) continue;
         const int x = position(it->bounds.x - area.x, s), y = position(it->bounds.y - area.y, s);
-        if (remade) drawOver(canvas, d.remakePicture.at(it->number)(), x, y);
-        else drawOver(canvas, *picture, x, y);
+        if (remade)
+            drawOver(canvas, d.remakePicture.at(it->number)(), x, y);
+        else
+            drawOver(canvas, *picture, x, y);
     }
     return canvas;
 }
@@ -348,7 +350,8 @@ std::optional<std::vector<uint32_t>> FixtureDesktop::displaysOfRect(const Window
 
 // Which pictures exist was fixed at load time; handing one over is guarded,
 // so concurrent calls are safe.
-std::optional<Image> FixtureDesktop::windowPicture(const std::optional<WindowRect>&, uint32_t windowNumber, bool framing) {
+std::optional<Image> FixtureDesktop::windowPicture(const std::optional<WindowRect>&, uint32_t windowNumber,
+                                                   bool framing) {
     auto it = data_->pictures.find(windowNumber);
     if (it == data_->pictures.end() || !it->second) return std::nullopt;
     std::optional<Image> picture;

@@ -38,8 +38,8 @@ struct BasicRect {
     }
     // True when the two rectangles share an area of non-zero size.
     bool intersects(const BasicRect& o) const {
-        return !isEmpty() && !o.isEmpty() && minX() < o.maxX() && o.minX() < maxX() &&
-               minY() < o.maxY() && o.minY() < maxY();
+        return !isEmpty() && !o.isEmpty() && minX() < o.maxX() && o.minX() < maxX() && minY() < o.maxY() &&
+               o.minY() < maxY();
     }
     // Grown (negative d) or shrunk (positive d) by dx left and right, dy top and bottom.
     BasicRect insetBy(double dx, double dy) const { return {x + dx, y + dy, width - 2 * dx, height - 2 * dy}; }

@@ -89,9 +89,9 @@ struct PictureRequest {
 // A picture and where it belongs.
 struct WindowPicture {
     Image image;
-    double scale = 1.0;     // pixels of this picture per point
-    WindowRect placement;   // where the whole picture lies on the desktop (top-down points)
-    CanvasRect frame;       // the window's frame (or the asked rectangle) inside the picture, in its pixels
+    double scale = 1.0;    // pixels of this picture per point
+    WindowRect placement;  // where the whole picture lies on the desktop (top-down points)
+    CanvasRect frame;      // the window's frame (or the asked rectangle) inside the picture, in its pixels
 };
 
 struct PictureResult {

@@ -86,7 +86,8 @@ std::unique_ptr<PictureBatch> WindowServer::requestPictures(std::vector<PictureR
 }
 
 std::vector<PictureResult> WindowServer::takePictures(std::vector<PictureRequest> requests,
-                                                  std::chrono::milliseconds deadline, const std::atomic<bool>* stop) {
+                                                      std::chrono::milliseconds deadline,
+                                                      const std::atomic<bool>* stop) {
     auto batch = requestPictures(std::move(requests), deadline);
     batch->cancelWhen(stop);
     const auto giveUp = Clock::now() + deadline + std::chrono::seconds(1);

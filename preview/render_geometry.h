@@ -17,7 +17,7 @@ namespace pv {
 
 class RenderGeometry {
 public:
-    static constexpr double kMargin = 8.0;        // on every side of the picture
+    static constexpr double kMargin = 8.0;         // on every side of the picture
     static constexpr double kCheckerSquare = 8.0;  // side of one checkerboard square
     static constexpr double kZoomInStep = 1.1;
     static constexpr double kZoomOutStep = 0.9;

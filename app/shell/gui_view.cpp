@@ -120,9 +120,10 @@ void GuiView::selectRoot() { window_.selectOnly(window_.outlineModel()->index(0,
 std::optional<std::string> GuiView::askSaveFile(const std::string& suggestedName, OutputFormat outputFormat) {
     const auto folder = outputFolder ? outputFolder() : std::nullopt;
     const QDir dir(folder ? QString::fromStdString(*folder) : QDir::homePath());
-    const QString filter = isLayered(outputFormat) ? QStringLiteral("Photoshop document (*.psd)")
-                                                   : QStringLiteral("PNG image (*.png)");
-    QString chosen = saveDialog(&window_, QObject::tr("Save"), dir.filePath(QString::fromStdString(suggestedName)), filter);
+    const QString filter =
+        isLayered(outputFormat) ? QStringLiteral("Photoshop document (*.psd)") : QStringLiteral("PNG image (*.png)");
+    QString chosen =
+        saveDialog(&window_, QObject::tr("Save"), dir.filePath(QString::fromStdString(suggestedName)), filter);
     if (chosen.isEmpty()) return std::nullopt;
     const QString extension = QLatin1Char('.') + extensionOf(filter);
     if (!chosen.endsWith(extension, Qt::CaseInsensitive)) chosen += extension;

@@ -33,10 +33,12 @@ bool HotKeyFilter::nativeEventFilter(const QByteArray& eventType, void* message,
     switch (keys_->match(static_cast<const xcb_generic_event_t*>(message))) {
     case x11::HotKey::CaptureAll:
         // Queued, so that the capture runs outside Qt's event dispatch.
-        QMetaObject::invokeMethod(&delegate_, [this] { delegate_.capture(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            &delegate_, [this] { delegate_.capture(); }, Qt::QueuedConnection);
         return true;
     case x11::HotKey::CaptureSelected:
-        QMetaObject::invokeMethod(&delegate_, [this] { delegate_.captureSelected(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            &delegate_, [this] { delegate_.captureSelected(); }, Qt::QueuedConnection);
         return true;
     case x11::HotKey::None:
         break;

@@ -71,8 +71,7 @@ std::unique_ptr<KdeGlobalShortcuts> KdeGlobalShortcuts::install(AppDelegate& del
         // Keys the person chose in the settings win over ours; the reply is
         // what the action now has, empty when others hold all of ours.
         QDBusReply<QList<int>> bound = callService("setShortcut", {id, QVariant::fromValue(keys), kSetPresent});
-        if (bound.isValid() && bound.value().isEmpty())
-            held->push_back("Shift+Meta+" + std::to_string(a.digit));
+        if (bound.isValid() && bound.value().isEmpty()) held->push_back("Shift+Meta+" + std::to_string(a.digit));
     }
     QDBusReply<QDBusObjectPath> component = callService("getComponent", {kComponent});
     if (!component.isValid()) return nullptr;

@@ -30,8 +30,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
     // Long window titles scroll sideways rather than being cut short.
     outline_->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
     outline_->header()->setStretchLastSection(false);
-    connect(outline_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
-            &MainWindow::onSelectionChanged);
+    connect(outline_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &MainWindow::onSelectionChanged);
     connect(outline_, &QTreeView::collapsed, this, &MainWindow::deselectUnder);
 
     renderView_ = new RenderView;
@@ -105,8 +104,7 @@ void MainWindow::setTree(const std::shared_ptr<PVWindowElement>& root) {
 
 void MainWindow::selectOnly(const QModelIndex& index) {
     quietSelection_ = true;
-    outline_->selectionModel()->setCurrentIndex(
-        index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    outline_->selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     quietSelection_ = false;
 }
 

@@ -16,8 +16,7 @@
 
 namespace pv {
 
-PreferencesDialog::PreferencesDialog(AppDelegate& delegate, QWidget* parent)
-    : QDialog(parent), delegate_(delegate) {
+PreferencesDialog::PreferencesDialog(AppDelegate& delegate, QWidget* parent) : QDialog(parent), delegate_(delegate) {
     // The main window floats above ordinary windows once asked for; a dialog
     // opened from the tray must not open behind it. Set before the native
     // window exists, so that it is never replaced (and never loses its

@@ -13,8 +13,7 @@ namespace pv {
 namespace {
 
 std::optional<std::string> askForFolder(QWidget* parent, const std::optional<std::string>& start) {
-    QFileDialog dialog(parent, "Choose the output folder",
-                       start ? QString::fromStdString(*start) : QDir::homePath());
+    QFileDialog dialog(parent, "Choose the output folder", start ? QString::fromStdString(*start) : QDir::homePath());
     dialog.setFileMode(QFileDialog::Directory);
     dialog.setOption(QFileDialog::ShowDirsOnly);
     dialog.setLabelText(QFileDialog::Accept, "Set output folder");
@@ -32,9 +31,7 @@ void raise(QWidget& w) {
 
 QtShell::QtShell(AppDelegate& delegate)
     : preferences_(std::make_unique<PreferencesDialog>(delegate)), about_(std::make_unique<AboutDialog>(delegate)) {
-    folderChooser = [this](const std::optional<std::string>& start) {
-        return askForFolder(preferences_.get(), start);
-    };
+    folderChooser = [this](const std::optional<std::string>& start) { return askForFolder(preferences_.get(), start); };
     urlOpener = [](const std::string& address) { QDesktopServices::openUrl(QUrl(QString::fromStdString(address))); };
 }
 

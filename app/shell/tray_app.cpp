@@ -4,17 +4,17 @@
 #include <QGuiApplication>
 #include <QSoundEffect>
 #include <QTimer>
-#include <QWindow>
 #include <QUrl>
+#include <QWindow>
 
 #include <iostream>
 
-#include "app/shell/about_dialog.h"
 #include "app/app_delegate.h"
 #include "app/guarded_application.h"
+#include "app/shell/about_dialog.h"
+#include "app/shell/gnome_shell_keys.h"
 #include "app/shell/gui_view.h"
 #include "app/shell/hot_key_filter.h"
-#include "app/shell/gnome_shell_keys.h"
 #include "app/shell/kde_global_shortcuts.h"
 #include "app/shell/main_window.h"
 #include "app/shell/preferences_dialog.h"
@@ -22,8 +22,8 @@
 #include "app/shell/quit_on_signal.h"
 #include "app/shell/screen_change_watcher.h"
 #include "app/shell/tray.h"
-#include "platform/build_info.h"
 #include "app/window_server_choice.h"
+#include "platform/build_info.h"
 #include "platform/x11/no_capture_mark.h"
 
 namespace pv {
@@ -93,7 +93,8 @@ int runShell(QApplication& app, WindowServer& windowServer) {
         if (!kdeKeys && !gnomeKeys) hotKeys = HotKeyFilter::install(delegate, &held);
         if (!kdeKeys && !hotKeys && !gnomeKeys) kdeKeys = KdeGlobalShortcuts::install(delegate, &held);
         if (!hotKeys && !kdeKeys && !gnomeKeys) {
-            std::cerr << "plenavue: hot keys need an X11 session, KDE Plasma or our GNOME Shell extension; use the tray menu instead\n";
+            std::cerr << "plenavue: hot keys need an X11 session, KDE Plasma or our GNOME Shell extension; use the "
+                         "tray menu instead\n";
             return;
         }
         for (const auto& combination : held) {
@@ -106,9 +107,8 @@ int runShell(QApplication& app, WindowServer& windowServer) {
 
     ScreenChangeWatcher screens;
     screens.watch(app);
-    QObject::connect(&screens, &ScreenChangeWatcher::settled, &delegate, [&delegate] {
-        delegate.didChangeScreenParameters();
-    });
+    QObject::connect(&screens, &ScreenChangeWatcher::settled, &delegate,
+                     [&delegate] { delegate.didChangeScreenParameters(); });
 
     // Quit, Ctrl+Q, a signal and the end of the session all end the event
     // loop; the settings are stored on the way out.
@@ -117,9 +117,8 @@ int runShell(QApplication& app, WindowServer& windowServer) {
     QObject::connect(&tray, &Tray::quitRequested, &app, &QApplication::quit);
     QObject::connect(&window, &MainWindow::quitRequested, &app, &QApplication::quit);
     QObject::connect(&app, &QGuiApplication::commitDataRequest, &app, [](QSessionManager&) { QApplication::quit(); });
-    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] {
-        delegate.applicationWillTerminate();
-    });
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
+                     [&delegate] { delegate.applicationWillTerminate(); });
 
     delegate.awakeFromNib();
     tray.show();

@@ -22,8 +22,8 @@
 #include <thread>
 
 #include "platform/gnome/gnome_windows.h"
-#include "platform/kwin/frame_in_picture.h"
 #include "platform/kwin/compositor_bus.h"
+#include "platform/kwin/frame_in_picture.h"
 #include "platform/own_windows.h"
 #include "platform/png_io.h"
 

@@ -19,8 +19,8 @@ std::optional<CanvasRect> frameInPicture(const Image& picture, double scale, con
     if (sameSize(frame.width, scale, picture.width) && sameSize(frame.height, scale, picture.height))
         return CanvasRect{0, 0, static_cast<double>(picture.width), static_cast<double>(picture.height)};
 
-    const bool bufferHoldsFrame = buffer.x <= frame.x && buffer.y <= frame.y && buffer.maxX() >= frame.maxX() &&
-                                  buffer.maxY() >= frame.maxY();
+    const bool bufferHoldsFrame =
+        buffer.x <= frame.x && buffer.y <= frame.y && buffer.maxX() >= frame.maxX() && buffer.maxY() >= frame.maxY();
     CanvasRect found;
     if (bufferHoldsFrame && sameSize(buffer.width, scale, picture.width) &&
         sameSize(buffer.height, scale, picture.height)) {

@@ -73,7 +73,7 @@ std::vector<KeyboardLayout> sessionKeyboardLayouts() {
 std::optional<char32_t> shiftedDigit(const KeyboardLayout& layout, int digit) {
     if (digit < 0 || digit > 9) return std::nullopt;
     std::unique_ptr<xkb_context, decltype(&xkb_context_unref)> context(xkb_context_new(XKB_CONTEXT_NO_FLAGS),
-                                                                        xkb_context_unref);
+                                                                       xkb_context_unref);
     if (!context) return std::nullopt;
     xkb_context_set_log_level(context.get(), XKB_LOG_LEVEL_CRITICAL);
     const xkb_rule_names names{nullptr, nullptr, layout.layout.c_str(), layout.variant.c_str(), nullptr};

@@ -51,8 +51,8 @@ Failure lostFailure() {
 // unlocalised Name=), found by its id on the XDG data path.
 std::optional<std::string> desktopEntryName(const std::string& id) {
     if (id.empty()) return std::nullopt;
-    const QString path = QStandardPaths::locate(QStandardPaths::ApplicationsLocation, QString::fromStdString(id) +
-                                                                                          ".desktop");
+    const QString path =
+        QStandardPaths::locate(QStandardPaths::ApplicationsLocation, QString::fromStdString(id) + ".desktop");
     QFile file(path);
     if (path.isEmpty() || !file.open(QIODevice::ReadOnly)) return std::nullopt;
     bool inEntry = false;
@@ -137,10 +137,11 @@ struct KWinWindowServer::Impl {
 
     ~Impl() {
         shots.reset();
-        if (thread) thread->run([this] {
-            bus.unregisterObject(kSinkPath);
-            delete sink;
-        });
+        if (thread)
+            thread->run([this] {
+                bus.unregisterObject(kSinkPath);
+                delete sink;
+            });
         thread.reset();
         QDBusConnection::disconnectFromBus(connectionName);
     }
@@ -179,8 +180,7 @@ struct KWinWindowServer::Impl {
             pathStyle = runPathStyle;
         }
         sink->expect(token);
-        const QDBusMessage loaded =
-            call("/Scripting", "org.kde.kwin.Scripting", "loadScript", {file.fileName(), name});
+        const QDBusMessage loaded = call("/Scripting", "org.kde.kwin.Scripting", "loadScript", {file.fileName(), name});
         if (loaded.type() != QDBusMessage::ReplyMessage)
             throwLostOr("KWin does not load scripts: " + loaded.errorMessage().toStdString());
         const int id = loaded.arguments().value(0).toInt();
@@ -242,8 +242,10 @@ struct KWinWindowServer::Impl {
         QScreen* primary = QGuiApplication::primaryScreen();
         for (QScreen* s : QGuiApplication::screens()) {
             const QRect g = s->geometry();
-            Screen screen{s->name().toStdString(), {double(g.x()), double(g.y()), double(g.width()), double(g.height())},
-                          s->devicePixelRatio(), std::nullopt};
+            Screen screen{s->name().toStdString(),
+                          {double(g.x()), double(g.y()), double(g.width()), double(g.height())},
+                          s->devicePixelRatio(),
+                          std::nullopt};
             if (!s->model().isEmpty()) screen.product = s->model().toStdString();
             list.insert(s == primary ? list.begin() : list.end(), screen);
         }
@@ -318,8 +320,8 @@ struct KWinWindowServer::Impl {
         const WindowRect& b = at.bounds;
         if (request.bounds) {
             const WindowRect& r = *request.bounds;
-            p.image = cutOut(raw.image, {frame->x + (r.x - b.x) * s, frame->y + (r.y - b.y) * s, r.width * s,
-                                         r.height * s});
+            p.image =
+                cutOut(raw.image, {frame->x + (r.x - b.x) * s, frame->y + (r.y - b.y) * s, r.width * s, r.height * s});
             p.placement = r;
         } else if (request.framing) {
             p.image = std::move(raw.image);
@@ -328,9 +330,8 @@ struct KWinWindowServer::Impl {
             p.image = cutOut(raw.image, *frame);
             p.placement = b;
         }
-        p.frame = request.framing && !request.bounds
-                      ? *frame
-                      : CanvasRect{0, 0, double(p.image.width), double(p.image.height)};
+        p.frame = request.framing && !request.bounds ? *frame
+                                                     : CanvasRect{0, 0, double(p.image.width), double(p.image.height)};
         return {std::move(p), {}};
     }
 
@@ -351,9 +352,8 @@ struct KWinWindowServer::Impl {
             return order;
         }
         order.handle = QString::fromStdString(at->window.id);
-        order.options = {{"include-decoration", true},
-                         {"include-shadow", request.framing},
-                         {"native-resolution", true}};
+        order.options = {
+            {"include-decoration", true}, {"include-shadow", request.framing}, {"native-resolution", true}};
         order.finish = [at = *at, request](RawPicture raw) { return windowResult(std::move(raw), at, request); };
         return order;
     }

@@ -91,9 +91,7 @@ KWinListing parseListing(const std::string& text_) {
     return listing;
 }
 
-bool isShown(const KWinWindow& w) {
-    return !w.minimized && !w.hidden && w.onCurrentDesktop && !w.frame.isEmpty();
-}
+bool isShown(const KWinWindow& w) { return !w.minimized && !w.hidden && w.onCurrentDesktop && !w.frame.isEmpty(); }
 
 std::vector<ListedWindow> listedWindows(const KWinListing& listing, const EntryRules& rules) {
     std::vector<ListedWindow> out;

@@ -51,12 +51,11 @@ std::optional<Image> imageOf(const QByteArray& bytes, const QVariantMap& meta) {
 
 Failure notAuthorised(const std::string& kwinMessage) {
     const std::string exe = QCoreApplication::applicationFilePath().toStdString();
-    return {FailureKind::NotAuthorised,
-            "KDE Plasma refuses Plenavue pictures of windows (" + kwinMessage + ")",
+    return {FailureKind::NotAuthorised, "KDE Plasma refuses Plenavue pictures of windows (" + kwinMessage + ")",
             "Plasma allows programs whose installed desktop entry names them by absolute path: install Plenavue "
             "(cmake --install), or put a file into ~/.local/share/applications/ holding [Desktop Entry], "
-            "Type=Application, Name=Plenavue, Exec=" + exe +
-            " and X-KDE-DBUS-Restricted-Interfaces=org.kde.KWin.ScreenShot2"};
+            "Type=Application, Name=Plenavue, Exec=" +
+                exe + " and X-KDE-DBUS-Restricted-Interfaces=org.kde.KWin.ScreenShot2"};
 }
 
 // What the waiting thread and the bus thread share of one batch.
@@ -111,8 +110,8 @@ public:
 
     void start(std::chrono::milliseconds deadline) {
         QTimer::singleShot(deadline, this, [this, deadline] {
-            endAll({FailureKind::TimedOut,
-                    "KWin did not answer within " + std::to_string(deadline.count()) + " ms", ""});
+            endAll(
+                {FailureKind::TimedOut, "KWin did not answer within " + std::to_string(deadline.count()) + " ms", ""});
         });
         for (size_t i = 0; i < requests_.size(); ++i) send(i, deadline);
     }
@@ -234,7 +233,9 @@ private:
 // The bus thread's side: the batches in flight, and whether KWin is still there.
 struct ScreenShots::Service {
     Service(BusThread& busThread, const QDBusConnection& connection, std::atomic<bool>& goneFlag)
-        : thread(busThread), bus(connection), gone(goneFlag),
+        : thread(busThread),
+          bus(connection),
+          gone(goneFlag),
           watcher(kKWin, connection, QDBusServiceWatcher::WatchForUnregistration) {
         QObject::connect(&watcher, &QDBusServiceWatcher::serviceUnregistered, &watcher, [this] {
             this->gone = true;
@@ -242,8 +243,8 @@ struct ScreenShots::Service {
         });
     }
 
-    void start(const std::shared_ptr<State>& state, std::vector<ShotOrder> orders,
-               std::chrono::milliseconds deadline, const std::weak_ptr<Service>& self) {
+    void start(const std::shared_ptr<State>& state, std::vector<ShotOrder> orders, std::chrono::milliseconds deadline,
+               const std::weak_ptr<Service>& self) {
         if (gone) return state->endAll(lostFailure());
         State* key = state.get();
         // Removed after the call that ended it has returned.

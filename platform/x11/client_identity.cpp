@@ -20,8 +20,7 @@ std::optional<int32_t> serverKnownPid(X11Connection& conn, xcb_window_t window) 
     const xcb_res_client_id_spec_t spec{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
     auto reply = conn.get(xcb_res_query_client_ids_reply, xcb_res_query_client_ids(conn.raw(), 1, &spec));
     if (!reply) return std::nullopt;
-    for (auto it = xcb_res_query_client_ids_ids_iterator(reply.get()); it.rem > 0;
-         xcb_res_client_id_value_next(&it)) {
+    for (auto it = xcb_res_query_client_ids_ids_iterator(reply.get()); it.rem > 0; xcb_res_client_id_value_next(&it)) {
         if (!(it.data->spec.mask & XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID)) continue;
         if (xcb_res_client_id_value_value_length(it.data) < 1) continue;
         const uint32_t pid = xcb_res_client_id_value_value(it.data)[0];

@@ -42,7 +42,7 @@ struct MonitorBox {
 struct DesktopLayout {
     int32_t originX = 0;  // main monitor's top-left corner, root pixels
     int32_t originY = 0;
-    double scale = 1.0;   // pixels per point
+    double scale = 1.0;  // pixels per point
 
     // Root pixels to top-down points relative to the main monitor.
     WindowRect toPoints(int32_t x, int32_t y, int32_t width, int32_t height) const;

@@ -77,13 +77,13 @@ std::optional<Image> DrawableReader::readShared(xcb_drawable_t d, int16_t x, int
         return std::nullopt;
     }
     auto reply = conn_.get(xcb_shm_get_image_reply, xcb_shm_get_image(conn_.raw(), d, x, y, w, h, kAllPlanes,
-                                                                       XCB_IMAGE_FORMAT_Z_PIXMAP, segment_, 0));
+                                                                      XCB_IMAGE_FORMAT_Z_PIXMAP, segment_, 0));
     if (!reply) return std::nullopt;
     return imageFromZPixmap(static_cast<const uint8_t*>(memory_), w, h, static_cast<int>(stride), format);
 }
 
-std::optional<Image> DrawableReader::readByRequest(xcb_drawable_t d, int16_t x, int16_t y, uint16_t w,
-                                                   uint16_t h, const ZPixmapFormat& format) {
+std::optional<Image> DrawableReader::readByRequest(xcb_drawable_t d, int16_t x, int16_t y, uint16_t w, uint16_t h,
+                                                   const ZPixmapFormat& format) {
     auto reply = conn_.get(xcb_get_image_reply,
                            xcb_get_image(conn_.raw(), XCB_IMAGE_FORMAT_Z_PIXMAP, d, x, y, w, h, kAllPlanes));
     if (!reply) return std::nullopt;

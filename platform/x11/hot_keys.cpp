@@ -9,9 +9,9 @@ namespace pv::x11 {
 
 namespace {
 
-constexpr xcb_keysym_t kKeysym5 = 0x0035;       // XK_5
-constexpr xcb_keysym_t kKeysym6 = 0x0036;       // XK_6
-constexpr xcb_keysym_t kKeysymNumLock = 0xff7f;  // XK_Num_Lock
+constexpr xcb_keysym_t kKeysym5 = 0x0035;                             // XK_5
+constexpr xcb_keysym_t kKeysym6 = 0x0036;                             // XK_6
+constexpr xcb_keysym_t kKeysymNumLock = 0xff7f;                       // XK_Num_Lock
 constexpr uint16_t kModifiers = XCB_MOD_MASK_SHIFT | XCB_MOD_MASK_4;  // Shift+Super
 // Modifiers that decide a combination; NumLock, CapsLock and the rest do not.
 constexpr uint16_t kRelevant = XCB_MOD_MASK_SHIFT | XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1 | XCB_MOD_MASK_4;

@@ -61,13 +61,13 @@ private:
 // how one of its characters is handed to iconv.
 struct CharacterSet {
     enum Kind {
-        Ascii,      // GL only, as it is
-        Latin1,     // ISO 8859-1's right half, as it is
-        OneByte,    // a 94- or 96-character set: one byte, high bit set, in `iconvName`
-        TwoBytes,   // a 94×94 set: two bytes, high bits set, after `prefix` (if any), in an EUC encoding
-        JisRoman,   // ASCII but for ¥ and ‾
-        Unknown1,   // a set we cannot read: one byte per character
-        Unknown2,   // the same, two bytes per character
+        Ascii,     // GL only, as it is
+        Latin1,    // ISO 8859-1's right half, as it is
+        OneByte,   // a 94- or 96-character set: one byte, high bit set, in `iconvName`
+        TwoBytes,  // a 94×94 set: two bytes, high bits set, after `prefix` (if any), in an EUC encoding
+        JisRoman,  // ASCII but for ¥ and ‾
+        Unknown1,  // a set we cannot read: one byte per character
+        Unknown2,  // the same, two bytes per character
     } kind = Ascii;
     const char* iconvName = nullptr;
     char prefix = 0;
@@ -76,10 +76,9 @@ struct CharacterSet {
 // Final bytes of the 96-character sets (ESC - F) and the ISO 8859 parts they are.
 CharacterSet ninetySixSet(char final) {
     static const std::map<char, const char*> sets{
-        {'B', "ISO-8859-2"},  {'C', "ISO-8859-3"},  {'D', "ISO-8859-4"},  {'F', "ISO-8859-7"},
-        {'G', "ISO-8859-6"},  {'H', "ISO-8859-8"},  {'L', "ISO-8859-5"},  {'M', "ISO-8859-9"},
-        {'V', "ISO-8859-10"}, {'T', "TIS-620"},     {'Y', "ISO-8859-13"}, {'_', "ISO-8859-14"},
-        {'b', "ISO-8859-15"}, {'f', "ISO-8859-16"},
+        {'B', "ISO-8859-2"},  {'C', "ISO-8859-3"},  {'D', "ISO-8859-4"},  {'F', "ISO-8859-7"},  {'G', "ISO-8859-6"},
+        {'H', "ISO-8859-8"},  {'L', "ISO-8859-5"},  {'M', "ISO-8859-9"},  {'V', "ISO-8859-10"}, {'T', "TIS-620"},
+        {'Y', "ISO-8859-13"}, {'_', "ISO-8859-14"}, {'b', "ISO-8859-15"}, {'f', "ISO-8859-16"},
     };
     if (final == 'A') return {CharacterSet::Latin1};
     auto it = sets.find(final);
@@ -89,22 +88,31 @@ CharacterSet ninetySixSet(char final) {
 // Final bytes of the 94×94 sets (ESC $ ( F, ESC $ ) F): GB 2312, JIS X 0208, KS C 5601, JIS X 0212.
 CharacterSet doubleByteSet(char final) {
     switch (final) {
-    case 'A': return {CharacterSet::TwoBytes, "EUC-CN"};
+    case 'A':
+        return {CharacterSet::TwoBytes, "EUC-CN"};
     case '@':
-    case 'B': return {CharacterSet::TwoBytes, "EUC-JP"};
-    case 'C': return {CharacterSet::TwoBytes, "EUC-KR"};
-    case 'D': return {CharacterSet::TwoBytes, "EUC-JP", '\x8F'};
-    default: return {CharacterSet::Unknown2};
+    case 'B':
+        return {CharacterSet::TwoBytes, "EUC-JP"};
+    case 'C':
+        return {CharacterSet::TwoBytes, "EUC-KR"};
+    case 'D':
+        return {CharacterSet::TwoBytes, "EUC-JP", '\x8F'};
+    default:
+        return {CharacterSet::Unknown2};
     }
 }
 
 // 94-character sets: ASCII, JIS X 0201 Roman and Katakana.
 CharacterSet ninetyFourSet(char final) {
     switch (final) {
-    case 'B': return {CharacterSet::Ascii};
-    case 'J': return {CharacterSet::JisRoman};
-    case 'I': return {CharacterSet::OneByte, "EUC-JP", '\x8E'};
-    default: return {CharacterSet::Unknown1};
+    case 'B':
+        return {CharacterSet::Ascii};
+    case 'J':
+        return {CharacterSet::JisRoman};
+    case 'I':
+        return {CharacterSet::OneByte, "EUC-JP", '\x8E'};
+    default:
+        return {CharacterSet::Unknown1};
     }
 }
 
@@ -197,8 +205,12 @@ std::string decodeCompoundText(std::string_view in) {
         const bool pair = i + 1 < n && (byteAt(i + 1) & 0x80) == (b & 0x80) && (byteAt(i + 1) & 0x7F) > 0x20 &&
                           (byteAt(i + 1) & 0x7F) < 0x7F;
         switch (set.kind) {
-        case CharacterSet::Ascii: out.push_back(static_cast<char>(b)); break;
-        case CharacterSet::Latin1: appendUtf8(out, b); break;
+        case CharacterSet::Ascii:
+            out.push_back(static_cast<char>(b));
+            break;
+        case CharacterSet::Latin1:
+            appendUtf8(out, b);
+            break;
         case CharacterSet::JisRoman:
             appendUtf8(out, (b & 0x7F) == 0x5C ? U'\u00A5' : (b & 0x7F) == 0x7E ? U'\u203E' : char32_t(b & 0x7F));
             break;
@@ -215,7 +227,9 @@ std::string decodeCompoundText(std::string_view in) {
             if (pair) ++i;
             break;
         }
-        case CharacterSet::Unknown1: appendUtf8(out, kReplacementCharacter); break;
+        case CharacterSet::Unknown1:
+            appendUtf8(out, kReplacementCharacter);
+            break;
         case CharacterSet::Unknown2:
             appendUtf8(out, kReplacementCharacter);
             if (pair) ++i;
@@ -228,9 +242,12 @@ std::string decodeCompoundText(std::string_view in) {
 
 std::string decodeTextProperty(std::string_view bytes, TextEncoding encoding) {
     switch (encoding) {
-    case TextEncoding::Latin1: return latin1ToUtf8(bytes);
-    case TextEncoding::CompoundText: return decodeCompoundText(bytes);
-    case TextEncoding::Utf8: break;
+    case TextEncoding::Latin1:
+        return latin1ToUtf8(bytes);
+    case TextEncoding::CompoundText:
+        return decodeCompoundText(bytes);
+    case TextEncoding::Utf8:
+        break;
     }
     return repairUtf8(bytes);
 }

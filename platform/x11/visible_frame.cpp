@@ -17,14 +17,13 @@ bool plausible(const FrameExtents& e) {
 
 }  // namespace
 
-RootBox visibleFrame(const RootBox& topLevel, const RootBox& client,
-                       const std::optional<FrameExtents>& managerExtents,
-                       const std::optional<FrameExtents>& clientMargins) {
+RootBox visibleFrame(const RootBox& topLevel, const RootBox& client, const std::optional<FrameExtents>& managerExtents,
+                     const std::optional<FrameExtents>& clientMargins) {
     RootBox visible = topLevel;
     if (clientMargins && plausible(*clientMargins)) {
         const auto& m = *clientMargins;
-        visible = {client.x + int32_t(m.left), client.y + int32_t(m.top),
-                   client.width - int32_t(m.left + m.right), client.height - int32_t(m.top + m.bottom)};
+        visible = {client.x + int32_t(m.left), client.y + int32_t(m.top), client.width - int32_t(m.left + m.right),
+                   client.height - int32_t(m.top + m.bottom)};
         if (managerExtents && plausible(*managerExtents)) {
             const auto& e = *managerExtents;
             visible = {visible.x - int32_t(e.left), visible.y - int32_t(e.top),
@@ -42,7 +41,8 @@ RootBox visibleFrame(const RootBox& topLevel, const RootBox& client,
 RootRects readRootRects(X11Connection& conn, const std::vector<xcb_window_t>& windows) {
     std::vector<std::pair<xcb_get_geometry_cookie_t, xcb_translate_coordinates_cookie_t>> cookies;
     for (xcb_window_t w : windows)
-        cookies.emplace_back(xcb_get_geometry(conn.raw(), w), xcb_translate_coordinates(conn.raw(), w, conn.root(), 0, 0));
+        cookies.emplace_back(xcb_get_geometry(conn.raw(), w),
+                             xcb_translate_coordinates(conn.raw(), w, conn.root(), 0, 0));
     RootRects rects;
     for (size_t i = 0; i < windows.size(); ++i) {
         auto geometry = conn.get(xcb_get_geometry_reply, cookies[i].first);
@@ -53,8 +53,8 @@ RootRects readRootRects(X11Connection& conn, const std::vector<xcb_window_t>& wi
         }
         // Translated coordinates are those of the inside corner; the border lies around it.
         const int32_t border = geometry->border_width;
-        rects[windows[i]] =
-            RootBox{at->dst_x - border, at->dst_y - border, geometry->width + 2 * border, geometry->height + 2 * border};
+        rects[windows[i]] = RootBox{at->dst_x - border, at->dst_y - border, geometry->width + 2 * border,
+                                    geometry->height + 2 * border};
     }
     return rects;
 }

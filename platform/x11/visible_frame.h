@@ -33,9 +33,8 @@ struct FrameExtents {
 // client the manager states extents for is grown by them; else the top level
 // is the frame. The result never reaches past the top level, whose pixels are
 // all there is, and is the top level when the properties make no sense.
-RootBox visibleFrame(const RootBox& topLevel, const RootBox& client,
-                       const std::optional<FrameExtents>& managerExtents,
-                       const std::optional<FrameExtents>& clientMargins);
+RootBox visibleFrame(const RootBox& topLevel, const RootBox& client, const std::optional<FrameExtents>& managerExtents,
+                     const std::optional<FrameExtents>& clientMargins);
 
 // Windows' outer rectangles (border included) in root pixels, nullopt for those gone.
 using RootRects = std::unordered_map<xcb_window_t, std::optional<RootBox>>;

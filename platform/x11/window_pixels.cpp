@@ -31,8 +31,8 @@ bool compositeUsable(X11Connection& conn) {
 }
 
 bool compositingManagerRunning(X11Connection& conn) {
-    auto owner = conn.get(xcb_get_selection_owner_reply,
-                          xcb_get_selection_owner(conn.raw(), conn.atom("_NET_WM_CM_S0")));
+    auto owner =
+        conn.get(xcb_get_selection_owner_reply, xcb_get_selection_owner(conn.raw(), conn.atom("_NET_WM_CM_S0")));
     return owner && owner->owner != XCB_NONE;
 }
 
@@ -89,7 +89,8 @@ void WindowPixels::settleAfterRedirection(const std::vector<uint32_t>& damages) 
     while (drawn) {
         for (uint32_t d : damages) xcb_damage_subtract(conn_.raw(), d, XCB_NONE, XCB_NONE);
         xcb_flush(conn_.raw());
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
         if (left.count() <= 0) break;
         drawn = conn_.waitForEvent(isDamage, std::min(kSettleQuiet, left));
     }
@@ -118,8 +119,8 @@ std::optional<Image> WindowPixels::fromPixmap(xcb_window_t frame, xcb_visualid_t
     if (!conn_.check(xcb_composite_name_window_pixmap_checked(conn_.raw(), frame, pixmap))) return std::nullopt;
     std::optional<Image> image;
     if (auto geometry = conn_.get(xcb_get_geometry_reply, xcb_get_geometry(conn_.raw(), pixmap)))
-        image = reader_.read(pixmap, 0, 0, geometry->width, geometry->height,
-                             reader_.formatFor(geometry->depth, visual));
+        image =
+            reader_.read(pixmap, 0, 0, geometry->width, geometry->height, reader_.formatFor(geometry->depth, visual));
     xcb_free_pixmap(conn_.raw(), pixmap);
     return image;
 }
@@ -132,8 +133,8 @@ void WindowPixels::keepInsideShape(xcb_window_t frame, Image& image) {
     auto extents = conn_.get(xcb_shape_query_extents_reply, xcb_shape_query_extents(conn_.raw(), frame));
     if (!extents || !extents->bounding_shaped) return;
     auto geometry = conn_.get(xcb_get_geometry_reply, xcb_get_geometry(conn_.raw(), frame));
-    auto shape = conn_.get(xcb_shape_get_rectangles_reply,
-                           xcb_shape_get_rectangles(conn_.raw(), frame, XCB_SHAPE_SK_BOUNDING));
+    auto shape =
+        conn_.get(xcb_shape_get_rectangles_reply, xcb_shape_get_rectangles(conn_.raw(), frame, XCB_SHAPE_SK_BOUNDING));
     if (!geometry || !shape) return;
     // Shape rectangles are relative to the inside corner of the border; the pixmap starts outside it.
     const int border = geometry->border_width;
@@ -143,7 +144,8 @@ void WindowPixels::keepInsideShape(xcb_window_t frame, Image& image) {
         const int x0 = std::max(0, rects[i].x + border), y0 = std::max(0, rects[i].y + border);
         const int x1 = std::min(image.width, rects[i].x + border + rects[i].width);
         const int y1 = std::min(image.height, rects[i].y + border + rects[i].height);
-        for (int y = y0; y < y1; ++y) std::fill_n(inside.begin() + static_cast<long>(y) * image.width + x0, std::max(0, x1 - x0), 1);
+        for (int y = y0; y < y1; ++y)
+            std::fill_n(inside.begin() + static_cast<long>(y) * image.width + x0, std::max(0, x1 - x0), 1);
     }
     for (size_t p = 0; p < inside.size(); ++p)
         if (!inside[p]) std::fill_n(image.pixels.begin() + static_cast<long>(4 * p), 4, 0);
@@ -154,8 +156,7 @@ void WindowPixels::keepInsideShape(xcb_window_t frame, Image& image) {
 // told to repaint all of itself (a cleared area with exposures), and the
 // picture is read once drawing into it has paused.
 std::optional<Image> WindowPixels::fromBriefRedirection(xcb_window_t frame, xcb_visualid_t visual) {
-    if (!conn_.check(
-            xcb_composite_redirect_window_checked(conn_.raw(), frame, XCB_COMPOSITE_REDIRECT_AUTOMATIC)))
+    if (!conn_.check(xcb_composite_redirect_window_checked(conn_.raw(), frame, XCB_COMPOSITE_REDIRECT_AUTOMATIC)))
         return std::nullopt;
     uint32_t damage = 0;
     if (damageEventBase_ != 0) {

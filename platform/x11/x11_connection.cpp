@@ -12,24 +12,48 @@ namespace {
 // Interned together at connect time, so that listing windows costs no extra
 // round trips.
 const char* const kKnownAtoms[] = {
-    "UTF8_STRING", "_NET_WM_NAME", "_NET_WM_PID", "_NET_CLIENT_LIST_STACKING", "_NET_SUPPORTING_WM_CHECK",
-    "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE", "_NET_WM_WINDOW_TYPE_DESKTOP", "_NET_WM_WINDOW_TYPE_DOCK",
-    "_NET_WM_WINDOW_TYPE_TOOLBAR", "_NET_WM_WINDOW_TYPE_MENU", "_NET_WM_WINDOW_TYPE_UTILITY",
-    "_NET_WM_WINDOW_TYPE_SPLASH", "_NET_WM_WINDOW_TYPE_DIALOG", "_NET_WM_WINDOW_TYPE_DROPDOWN_MENU",
-    "_NET_WM_WINDOW_TYPE_POPUP_MENU", "_NET_WM_WINDOW_TYPE_TOOLTIP", "_NET_WM_WINDOW_TYPE_NOTIFICATION",
-    "_NET_WM_WINDOW_TYPE_COMBO", "_NET_WM_WINDOW_TYPE_DND", "_NET_WM_WINDOW_TYPE_NORMAL",
-    "_NET_WM_STATE_ABOVE", "_NET_WM_STATE_BELOW", "_NET_WM_STATE_MODAL", "_NET_WM_STATE_HIDDEN",
-    "_NET_WM_STATE_FULLSCREEN", "_NET_WM_CM_S0", "RESOURCE_MANAGER", "EDID", "WM_STATE",
-    "_PLENAVUE_NO_CAPTURE", "COMPOUND_TEXT", "_GTK_APPLICATION_ID",
+    "UTF8_STRING",
+    "_NET_WM_NAME",
+    "_NET_WM_PID",
+    "_NET_CLIENT_LIST_STACKING",
+    "_NET_SUPPORTING_WM_CHECK",
+    "_NET_WM_WINDOW_TYPE",
+    "_NET_WM_STATE",
+    "_NET_WM_WINDOW_TYPE_DESKTOP",
+    "_NET_WM_WINDOW_TYPE_DOCK",
+    "_NET_WM_WINDOW_TYPE_TOOLBAR",
+    "_NET_WM_WINDOW_TYPE_MENU",
+    "_NET_WM_WINDOW_TYPE_UTILITY",
+    "_NET_WM_WINDOW_TYPE_SPLASH",
+    "_NET_WM_WINDOW_TYPE_DIALOG",
+    "_NET_WM_WINDOW_TYPE_DROPDOWN_MENU",
+    "_NET_WM_WINDOW_TYPE_POPUP_MENU",
+    "_NET_WM_WINDOW_TYPE_TOOLTIP",
+    "_NET_WM_WINDOW_TYPE_NOTIFICATION",
+    "_NET_WM_WINDOW_TYPE_COMBO",
+    "_NET_WM_WINDOW_TYPE_DND",
+    "_NET_WM_WINDOW_TYPE_NORMAL",
+    "_NET_WM_STATE_ABOVE",
+    "_NET_WM_STATE_BELOW",
+    "_NET_WM_STATE_MODAL",
+    "_NET_WM_STATE_HIDDEN",
+    "_NET_WM_STATE_FULLSCREEN",
+    "_NET_WM_CM_S0",
+    "RESOURCE_MANAGER",
+    "EDID",
+    "WM_STATE",
+    "_PLENAVUE_NO_CAPTURE",
+    "COMPOUND_TEXT",
+    "_GTK_APPLICATION_ID",
 };
 
 // "NAME: REASON" for a connection that failed with code.
 std::string describeFailure(const char* name, int code) {
     const char* shown = name ? name : std::getenv("DISPLAY");
     if (!shown || !*shown) return "(none): DISPLAY is not set";
-    const char* reason = code == XCB_CONN_CLOSED_PARSE_ERR         ? "not a display name"
+    const char* reason = code == XCB_CONN_CLOSED_PARSE_ERR        ? "not a display name"
                          : code == XCB_CONN_CLOSED_INVALID_SCREEN ? "no such screen"
-                                                                   : "no X server answers there, or it refused us";
+                                                                  : "no X server answers there, or it refused us";
     return std::string(shown) + ": " + reason;
 }
 
@@ -78,7 +102,8 @@ bool X11Connection::waitForEvent(const std::function<bool(const xcb_generic_even
             if (taken) return true;
         }
         ensureAlive();
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) return false;
         pollfd p{xcb_get_file_descriptor(c_), POLLIN, 0};
         poll(&p, 1, static_cast<int>(left.count()) + 1);
@@ -172,7 +197,7 @@ std::optional<std::vector<uint32_t>> X11Connection::readCardinals(xcb_window_t w
 }
 
 std::optional<std::string> X11Connection::readBytes(xcb_window_t w, xcb_atom_t property, xcb_atom_t type,
-                                                   xcb_atom_t* actualType) {
+                                                    xcb_atom_t* actualType) {
     auto r = this->property(w, property, type, kPropertyLength);
     if (!r || r->type == XCB_ATOM_NONE || r->format != 8) return std::nullopt;
     // A property of another type: absent for this reader.

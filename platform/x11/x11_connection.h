@@ -45,8 +45,7 @@ public:
     void drainEvents();
     // Waits up to limit for an event that accept takes; the others are freed on
     // the way. False when none came in time.
-    bool waitForEvent(const std::function<bool(const xcb_generic_event_t&)>& accept,
-                      std::chrono::milliseconds limit);
+    bool waitForEvent(const std::function<bool(const xcb_generic_event_t&)>& accept, std::chrono::milliseconds limit);
 
     // The reply of one request, or nullptr after an X error.
     template <class R, class Cookie>
@@ -85,8 +84,7 @@ private:
     void internKnownAtoms();
     // The property's reply, prefetched or asked for now; values of another
     // type than `type` (unless XCB_ATOM_ANY) must be ignored by the caller.
-    Reply<xcb_get_property_reply_t> property(xcb_window_t w, xcb_atom_t property, xcb_atom_t type,
-                                             uint32_t longLength);
+    Reply<xcb_get_property_reply_t> property(xcb_window_t w, xcb_atom_t property, xcb_atom_t type, uint32_t longLength);
 
     xcb_connection_t* c_ = nullptr;
     xcb_screen_t* screen_ = nullptr;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <tuple>
 #include <sstream>
+#include <tuple>
 
 #include "platform/x11/edid_name.h"
 
@@ -68,7 +68,8 @@ std::optional<std::vector<uint8_t>> readEdid(X11Connection& conn, xcb_randr_outp
 }  // namespace
 
 void orderMainFirst(std::vector<X11Monitor>& monitors) {
-    const auto mainFirst = std::find_if(monitors.begin(), monitors.end(), [](const X11Monitor& m) { return m.primary; });
+    const auto mainFirst =
+        std::find_if(monitors.begin(), monitors.end(), [](const X11Monitor& m) { return m.primary; });
     if (mainFirst != monitors.end()) std::rotate(monitors.begin(), mainFirst, mainFirst + 1);
     if (monitors.empty()) return;
     std::stable_sort(monitors.begin() + 1, monitors.end(), [](const X11Monitor& a, const X11Monitor& b) {

@@ -14,14 +14,13 @@ namespace pv::x11 {
 namespace {
 
 constexpr int kClientSearchDepth = 3;
-constexpr uint32_t kNormalState = 1;        // ICCCM: the window is shown
+constexpr uint32_t kNormalState = 1;           // ICCCM: the window is shown
 constexpr uint32_t kAllDesktops = 0xFFFFFFFF;  // EWMH: sticky
 
 // Every property the listing reads of a top-level window or its client.
 const char* const kListedProperties[] = {
-    "_NET_WM_DESKTOP", "WM_CLASS",          "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE",        "_NET_WM_NAME",
-    "WM_NAME",         "_NET_FRAME_EXTENTS", "_GTK_FRAME_EXTENTS", "_GTK_APPLICATION_ID", "_NET_WM_PID",
-    kNoCaptureProperty,
+    "_NET_WM_DESKTOP",    "WM_CLASS",           "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE", "_NET_WM_NAME",     "WM_NAME",
+    "_NET_FRAME_EXTENTS", "_GTK_FRAME_EXTENTS", "_GTK_APPLICATION_ID", "_NET_WM_PID",   kNoCaptureProperty,
 };
 
 // The window a running window manager names as its own; nullopt without one.
@@ -138,9 +137,9 @@ std::optional<std::string> readTitle(X11Connection& conn, xcb_window_t client) {
     xcb_atom_t type = XCB_ATOM_NONE;
     auto name = conn.readBytes(client, XCB_ATOM_WM_NAME, XCB_ATOM_ANY, &type);
     if (!name) return std::nullopt;
-    const TextEncoding encoding = type == XCB_ATOM_STRING                 ? TextEncoding::Latin1
+    const TextEncoding encoding = type == XCB_ATOM_STRING              ? TextEncoding::Latin1
                                   : type == conn.atom("COMPOUND_TEXT") ? TextEncoding::CompoundText
-                                                                        : TextEncoding::Utf8;
+                                                                       : TextEncoding::Utf8;
     return decodeTextProperty(*name, encoding);
 }
 
@@ -193,7 +192,7 @@ WindowListEntry readEntry(X11Connection& conn, const TopLevel& top, const Deskto
     const WindowClass windowClass = readClass(conn, top.client);
     // System windows keep the owner the inventory's rules know; every window
     // is shown under its real program's name.
-    e.ownerName = role.owner ? role.owner
+    e.ownerName = role.owner                       ? role.owner
                   : !windowClass.className.empty() ? std::optional(windowClass.className)
                                                    : processName(e.ownerPID);
     nameProgram(conn, top.client, windowClass, applications, e);

@@ -10,10 +10,10 @@
 #include "platform/drop_shadow.h"
 #include "platform/x11/desktop_layout.h"
 #include "platform/x11/drawable_reader.h"
+#include "platform/x11/visible_frame.h"
 #include "platform/x11/window_pixels.h"
 #include "platform/x11/x11_connection.h"
 #include "platform/x11/x11_screens.h"
-#include "platform/x11/visible_frame.h"
 #include "platform/x11/x11_window_list.h"
 
 namespace pv {
@@ -180,8 +180,7 @@ std::optional<Image> X11WindowServer::desktopPicture() {
 // again from the other windows' own pixels, back to front, over black.
 void X11WindowServer::leaveOutUnshared(Image& desktop) {
     const auto monitorBoxes = boxes(monitors());
-    const auto windows =
-        readWindows(*conn_, monitorBoxes, layoutFor(monitorBoxes, readBackingScale(*conn_)), hasXRes_);
+    const auto windows = readWindows(*conn_, monitorBoxes, layoutFor(monitorBoxes, readBackingScale(*conn_)), hasXRes_);
     for (const ListedWindow& hidden : windows) {
         if (hidden.entry.sharingState != 0) continue;
         const RootBox area = hidden.top.visible;

@@ -59,8 +59,8 @@ void RenderView::setImage(ImagePtr image) {
     image_ = std::move(image);
     wrapped_ = image_ && !image_->isNull() ? wrapImage(*image_) : QImage();
     scaledCache_ = QImage();
-    geometry_.setImageSize(wrapped_.isNull() ? Size{} : Size{static_cast<double>(image_->width),
-                                                             static_cast<double>(image_->height)});
+    geometry_.setImageSize(
+        wrapped_.isNull() ? Size{} : Size{static_cast<double>(image_->width), static_cast<double>(image_->height)});
     relayout();
 }
 
@@ -69,8 +69,8 @@ void RenderView::fitWidth() {
     // A picture fitted to the width usually scrolls vertically, and the
     // vertical scroll bar then takes room from the width: leave that room, so
     // that the fitted width needs no horizontal scrolling.
-    if (auto* area = scrollArea(); area && geometry_.hasImage() &&
-                                   area->verticalScrollBarPolicy() != Qt::ScrollBarAlwaysOff) {
+    if (auto* area = scrollArea();
+        area && geometry_.hasImage() && area->verticalScrollBarPolicy() != Qt::ScrollBarAlwaysOff) {
         RenderGeometry probe = geometry_;
         probe.fitWidth(content);
         const double height = probe.scale() * geometry_.imageSize().height + 2 * RenderGeometry::kMargin;
