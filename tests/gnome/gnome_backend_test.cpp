@@ -17,36 +17,31 @@
 #include <set>
 
 #include "platform/gnome/gnome_window_server.h"
-#include "tests/support/kwin_session.h"
+#include "tests/support/compositor_session.h"
 #include "tests/support/psd_tools.h"
 
 using namespace pv;
-using pv::test::KWinSession;
+using namespace pv::test;
 using namespace std::chrono_literals;
 
 namespace {
 
-using Pixel = std::array<int, 4>;
-Pixel pixel(const Image& image, int x, int y) {
-    const uint8_t* p = image.row(y) + 4 * x;
-    return {p[0], p[1], p[2], p[3]};
-}
 constexpr Pixel kRed{255, 0, 0, 255}, kGreen{0, 255, 0, 255}, kBlack{0, 0, 0, 255};
 
 int count(const Image& image, const Pixel& colour) {
     int n = 0;
     for (int y = 0; y < image.height; ++y)
-        for (int x = 0; x < image.width; ++x) n += pixel(image, x, y) == colour;
+        for (int x = 0; x < image.width; ++x) n += pixelAt(image, x, y) == colour;
     return n;
 }
 
 class GnomeBackend : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        test::KWinSessionOptions options;
+        test::CompositorSessionOptions options;
         options.launcher = "gnome-session.sh";
         options.launcherArgs = {"--extension", PV_GNOME_EXTENSION};
-        session_ = new KWinSession(options);
+        session_ = new CompositorSession(options);
         session_->startTestWindow("Red", "#ff0000", "#0000ff", "300x200", false, "pv-red");
         green_ = session_->startTestWindow("Green X", "#00ff00", "#00ff00", "400x300", true);
     }
@@ -65,22 +60,8 @@ protected:
         return server;
     }
 
-    // The listed windows by title, once both test windows are listed.
     static std::map<std::string, WindowListEntry> listed(GnomeWindowServer& server) {
-        std::map<std::string, WindowListEntry> found;
-        EXPECT_TRUE(KWinSession::waitFor([&] {
-            found.clear();
-            for (const auto& e : server.windowList()) found[e.title.value_or("")] = e;
-            return found.count("Red") && found.count("Green X");
-        })) << "the test windows did not come up";
-        return found;
-    }
-
-    // Titles front to back.
-    static std::vector<std::string> order(GnomeWindowServer& server) {
-        std::vector<std::string> out;
-        for (const auto& e : server.windowList()) out.push_back(e.title.value_or(""));
-        return out;
+        return listedByTitle(server, {"Red", "Green X"});
     }
 
     // Raises and focuses a window through the extension (this test program is
@@ -94,7 +75,7 @@ protected:
         m.setArguments({QVariant::fromValue(qulonglong(w.handle.id))});
         const QDBusMessage reply = bus.call(m);
         ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
-        ASSERT_TRUE(KWinSession::waitFor([&] { return order(server).front() == title; }));
+        ASSERT_TRUE(CompositorSession::waitFor([&] { return titlesFrontToBack(server).front() == title; }));
     }
 
     // Green moved over the middle of Red; the centre of their overlap.
@@ -104,7 +85,7 @@ protected:
         if (!windows["Green X"].bounds.intersects(red)) {
             session_->run({"xdotool", "search", "--sync", "--name", "^Green X$", "windowmove", "%@",
                            std::to_string(int(red.x + red.width / 2)), std::to_string(int(red.y + red.height / 2))});
-            EXPECT_TRUE(KWinSession::waitFor([&] { return listed(server)["Green X"].bounds.intersects(red); }));
+            EXPECT_TRUE(CompositorSession::waitFor([&] { return listed(server)["Green X"].bounds.intersects(red); }));
         }
         const WindowRect green = listed(server)["Green X"].bounds;
         return {int(green.x + (red.x + red.width - green.x) / 2), int(green.y + (red.y + red.height - green.y) / 2)};
@@ -132,18 +113,10 @@ protected:
         call(at, ".Session Stop");
     }
 
-    static PictureRequest request(const WindowListEntry& e, bool framing = false) {
-        PictureRequest r;
-        r.window = e.number;
-        r.framing = framing;
-        r.listedBounds = e.bounds;
-        return r;
-    }
-
-    static KWinSession* session_;
+    static CompositorSession* session_;
     static pid_t green_;
 };
-KWinSession* GnomeBackend::session_ = nullptr;
+CompositorSession* GnomeBackend::session_ = nullptr;
 pid_t GnomeBackend::green_ = 0;
 
 }  // namespace
@@ -168,7 +141,7 @@ TEST_F(GnomeBackend, ListsEachWindowOnceInStackingOrderWithItsApplicationAndScre
     EXPECT_FALSE(server->checkAccess()) << server->checkAccess().line();
 }
 
-TEST_F(GnomeBackend, StackingFollowsTheWindowRaisedInTheListAndTheMergedImage) {
+TEST_F(GnomeBackend, StackingFollowsTheWindowRaisedCoveredWindowsComeOutWholeAndOursAreLeftOut) {
     auto server = connect();
     ASSERT_TRUE(server);
     const auto [x, y] = overlap(*server);
@@ -176,68 +149,40 @@ TEST_F(GnomeBackend, StackingFollowsTheWindowRaisedInTheListAndTheMergedImage) {
          {std::tuple{"Red", "Green X", kRed}, std::tuple{"Green X", "Red", kGreen}}) {
         SCOPED_TRACE(front);
         raise(*server, front);
-        EXPECT_EQ(order(*server), (std::vector<std::string>{front, back}));
+        EXPECT_EQ(titlesFrontToBack(*server), (std::vector<std::string>{front, back}));
         // The shell restacks its actors when it next paints.
-        EXPECT_TRUE(KWinSession::waitFor([&, x = x, y = y, colour = colour] {
+        EXPECT_TRUE(CompositorSession::waitFor([&, x = x, y = y, colour = colour] {
             const auto desktop = server->desktopPicture();
-            return desktop && pixel(*desktop, x, y) == colour;
+            return desktop && pixelAt(*desktop, x, y) == colour;
         }));
     }
-}
 
-TEST_F(GnomeBackend, ACoveredWindowComesOutWholeAtItsFrameAndTheMergedImageAgrees) {
-    auto server = connect();
-    ASSERT_TRUE(server);
-    overlap(*server);
-    raise(*server, "Green X");
     auto windows = listed(*server);
     const auto results = server->takePictures(
-        {request(windows["Red"]), request(windows["Red"], true), request(windows["Green X"])}, 10s);
+        {pictureOf(windows["Red"]), pictureOf(windows["Red"], true), pictureOf(windows["Green X"])}, 10s);
     for (const auto& r : results) ASSERT_TRUE(r.picture) << r.failure.line();
-    const WindowPicture& red = *results[0].picture;
-    const WindowPicture& framed = *results[1].picture;
-
     // All of the covered window at its frame: its fill everywhere inside the border.
+    const WindowPicture& red = *results[0].picture;
     EXPECT_EQ(red.placement, windows["Red"].bounds);
     EXPECT_EQ(red.image.width, int(windows["Red"].bounds.width));
     EXPECT_EQ(red.image.height, int(windows["Red"].bounds.height));
     EXPECT_GE(count(red.image, kRed), (300 - 40) * (200 - 40));
     EXPECT_EQ(count(red.image, kGreen), 0);
-    // With the shadow around it: the same frame inside, where the picture says.
-    EXPECT_EQ(framed.frame.size(), (Size{double(red.image.width), double(red.image.height)}));
-    for (int y = 0; y < red.image.height; y += 5)
-        for (int x = 0; x < red.image.width; x += 5)
-            ASSERT_EQ(pixel(framed.image, x + int(framed.frame.x), y + int(framed.frame.y)), pixel(red.image, x, y));
-
-    // The frontmost window's picture is what the merged image shows there.
-    const Image& green = results[2].picture->image;
     const auto desktop = server->desktopPicture();
     ASSERT_TRUE(desktop);
-    const WindowRect at = windows["Green X"].bounds;
-    int opaque = 0, same = 0;
-    for (int y = 0; y < green.height; ++y)
-        for (int x = 0; x < green.width; ++x) {
-            if (pixel(green, x, y)[3] != 255) continue;
-            ++opaque;
-            same += pixel(green, x, y) == pixel(*desktop, int(at.x) + x, int(at.y) + y);
-        }
-    EXPECT_GE(opaque, 400 * 300);
-    EXPECT_EQ(same, opaque);
-}
+    expectPicturesAgree(red, *results[1].picture, *results[2].picture, windows["Green X"].bounds, *desktop, 400 * 300);
 
-TEST_F(GnomeBackend, OurOwnWindowsAreLeftOutOfTheMergedImage) {
-    auto server = connect(green_);
-    ASSERT_TRUE(server);
-    const auto [x, y] = overlap(*server);
-    raise(*server, "Green X");
-    auto windows = listed(*server);
+    // Green as our own window: the merged image shows what is behind it.
+    auto ours = connect(green_);
+    ASSERT_TRUE(ours);
+    windows = listed(*ours);
     EXPECT_EQ(windows["Green X"].sharingState, 0);
     EXPECT_EQ(windows["Red"].sharingState, 1);
-    const auto desktop = server->desktopPicture();
-    ASSERT_TRUE(desktop);
+    const auto without = ours->desktopPicture();
+    ASSERT_TRUE(without);
     const WindowRect green = windows["Green X"].bounds;
-    EXPECT_EQ(pixel(*desktop, x, y), kRed);  // theirs, behind ours
-    EXPECT_EQ(pixel(*desktop, int(green.x + green.width) - 20, int(green.y + green.height) - 20), kBlack);
+    EXPECT_EQ(pixelAt(*without, x, y), kRed);  // theirs, behind ours
+    EXPECT_EQ(pixelAt(*without, int(green.x + green.width) - 20, int(green.y + green.height) - 20), kBlack);
 }
 
 TEST_F(GnomeBackend, TheCommandLineWritesEveryWindowOnceAndAnotherProgramIsRefused) {
@@ -247,7 +192,7 @@ TEST_F(GnomeBackend, TheCommandLineWritesEveryWindowOnceAndAnotherProgramIsRefus
         << err;
     auto server = connect();
     ASSERT_TRUE(server);
-    std::vector<std::string> expected = order(*server), names;
+    std::vector<std::string> expected = titlesFrontToBack(*server), names;
     if (test::psdToolsAvailable()) {
         for (const auto& layer : test::pixelLayersOf(test::psdToolsDump(file, true)))
             names.insert(names.begin(), layer.name);
@@ -275,10 +220,11 @@ TEST_F(GnomeBackend, ShiftSuper5FromTheShellCapturesWithoutOurWindowAndNobodyEls
         {"sh", "-c", std::string(PLENAVUE_BINARY) + " >" + log + " 2>&1"});  // no tray: its main window shows
     auto server = connect();
     ASSERT_TRUE(server);
-    ASSERT_TRUE(KWinSession::waitFor([&] { return listed(*server).count("Plenavue"); }));
+    ASSERT_TRUE(CompositorSession::waitFor([&] { return listed(*server).count("Plenavue"); }));
     auto bus = QDBusConnection::connectToBus(QString::fromStdString(session_->env("DBUS_SESSION_BUS_ADDRESS")),
                                              "pv-gnome-tests");
-    ASSERT_TRUE(KWinSession::waitFor([&] { return bus.interface()->isServiceRegistered("com.veltrano.Plenavue"); }));
+    ASSERT_TRUE(
+        CompositorSession::waitFor([&] { return bus.interface()->isServiceRegistered("com.veltrano.Plenavue"); }));
     auto hotKey = QDBusMessage::createMethodCall("com.veltrano.Plenavue", "/com/veltrano/Plenavue",
                                                  "com.veltrano.Plenavue.Commands", "HotKey");
     hotKey.setArguments({QString("capture-all"), 0u});
@@ -286,14 +232,14 @@ TEST_F(GnomeBackend, ShiftSuper5FromTheShellCapturesWithoutOurWindowAndNobodyEls
 
     press({42, 125, 6});  // Shift, Super, 5
     std::string psd;
-    ASSERT_TRUE(KWinSession::waitFor([&] {
+    ASSERT_TRUE(CompositorSession::waitFor([&] {
         std::error_code ec;
         for (const auto& f : std::filesystem::directory_iterator(output, ec))  // written aside, then renamed
             if (f.path().extension() == ".psd" && f.path().filename().string()[0] != '.') psd = f.path().string();
         return !psd.empty();
     })) << std::ifstream(log).rdbuf();
     std::vector<std::string> expected, names;
-    for (const auto& title : order(*server))
+    for (const auto& title : titlesFrontToBack(*server))
         if (title != "Plenavue") expected.push_back(title);
     if (test::psdToolsAvailable()) {
         for (const auto& layer : test::pixelLayersOf(test::psdToolsDump(psd, true)))
@@ -306,8 +252,8 @@ TEST_F(GnomeBackend, TheShellGoingAwayIsOneLine) {
     auto server = connect();
     ASSERT_TRUE(server);
     listed(*server);
-    session_->stopKWin();
-    ASSERT_TRUE(KWinSession::waitFor([&] { return server->checkAccess().kind == FailureKind::CompositorLost; }));
+    session_->stopCompositor();
+    ASSERT_TRUE(CompositorSession::waitFor([&] { return server->checkAccess().kind == FailureKind::CompositorLost; }));
     try {
         server->windowList();
         ADD_FAILURE() << "a list without the shell";

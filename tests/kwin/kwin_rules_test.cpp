@@ -43,7 +43,7 @@ EntryRules rules() {
     EntryRules r;
     r.mainScreen = {0, 0, 1280, 800};
     r.ownPid = 4242;
-    r.numberOf = [](const std::string& id) { return static_cast<uint32_t>(std::hash<std::string>{}(id) & 0xffff); };
+    r.numberOf = [](const std::string& id) { return static_cast<uint32_t>(std::hash<std::string>{}(id)&0xffff); };
     r.applicationName = [](const KWinWindow& w) { return w.desktopFileName.empty() ? w.resourceClass : "Writer"; };
     return r;
 }
@@ -64,9 +64,9 @@ TEST(KWinListing, ShownWindowsFrontmostFirstWithTheOwnersTheInventoryKnows) {
     };
     // Minimised and other-desktop windows are not on screen.
     const Expect expected[] = {{"{n}", "SystemUIServer", "Mail"}, {"{us}", "plenavue", "Plenavue"},
-                               {"{p}", "Dock", "Panel"},           {"{b}", "Writer", "Notes"},
-                               {"{x2}", "xeyes", "xeyes"},         {"{x1}", "xlogo", "xlogo"},
-                               {"{a}", "Writer", "Letter"},        {"{d}", "Window Server", "Desktop"}};
+                               {"{p}", "Dock", "Panel"},          {"{b}", "Writer", "Notes"},
+                               {"{x2}", "xeyes", "xeyes"},        {"{x1}", "xlogo", "xlogo"},
+                               {"{a}", "Writer", "Letter"},       {"{d}", "Window Server", "Desktop"}};
     ASSERT_EQ(listed.size(), std::size(expected));
     for (size_t i = 0; i < listed.size(); ++i) {
         SCOPED_TRACE(expected[i].id);
@@ -143,14 +143,30 @@ TEST(KWinFrame, FoundAsKWinGivesIt) {
     };
     const Case cases[] = {
         {"just the frame", Image(300, 237), 1, {10, 10, 300, 237}, {10, 47, 300, 200}, CanvasRect{0, 0, 300, 237}},
-        {"client-side decorations: the buffer with its own shadow", Image(806, 491), 1, {269, 186, 742, 427},
-         {237, 154, 806, 491}, CanvasRect{32, 32, 742, 427}},
-        {"Breeze's shadow, not the same on every side", pictureWithOpaqueBox(430, 367, 65, 53, 300, 237), 1,
-         {10, 10, 300, 237}, {10, 47, 300, 200}, CanvasRect{65, 53, 300, 237}},
-        {"the same at scale 2", pictureWithOpaqueBox(860, 734, 130, 106, 600, 474), 2, {10, 10, 300, 237},
-         {10, 47, 300, 200}, CanvasRect{130, 106, 600, 474}},
-        {"a frame that does not fit", pictureWithOpaqueBox(100, 100, 50, 50, 50, 50), 1, {0, 0, 80, 80},
-         {0, 0, 80, 80}, std::nullopt},
+        {"client-side decorations: the buffer with its own shadow",
+         Image(806, 491),
+         1,
+         {269, 186, 742, 427},
+         {237, 154, 806, 491},
+         CanvasRect{32, 32, 742, 427}},
+        {"Breeze's shadow, not the same on every side",
+         pictureWithOpaqueBox(430, 367, 65, 53, 300, 237),
+         1,
+         {10, 10, 300, 237},
+         {10, 47, 300, 200},
+         CanvasRect{65, 53, 300, 237}},
+        {"the same at scale 2",
+         pictureWithOpaqueBox(860, 734, 130, 106, 600, 474),
+         2,
+         {10, 10, 300, 237},
+         {10, 47, 300, 200},
+         CanvasRect{130, 106, 600, 474}},
+        {"a frame that does not fit",
+         pictureWithOpaqueBox(100, 100, 50, 50, 50, 50),
+         1,
+         {0, 0, 80, 80},
+         {0, 0, 80, 80},
+         std::nullopt},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -181,8 +197,10 @@ TEST(KWinKeys, LayoutsComeFromPlasmaSettingsThenTheEnvironment) {
     };
     const Case cases[] = {
         {"nothing set", "", nullptr, {{"us", ""}}},
-        {"Plasma's list", "[Layout]\nDisplayNames=,\nLayoutList=de,fr\nUse=true\nVariantList=nodeadkeys,\n",
-         "gb", {{"de", "nodeadkeys"}, {"fr", ""}}},
+        {"Plasma's list",
+         "[Layout]\nDisplayNames=,\nLayoutList=de,fr\nUse=true\nVariantList=nodeadkeys,\n",
+         "gb",
+         {{"de", "nodeadkeys"}, {"fr", ""}}},
         {"a list Plasma does not use", "[Layout]\nLayoutList=de\nUse=false\n", "gb", {{"gb", ""}}},
         {"another group's keys", "[Other]\nLayoutList=de\nUse=true\n[Layout]\nUse=true\n", nullptr, {{"us", ""}}},
     };

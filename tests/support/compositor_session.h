@@ -1,21 +1,28 @@
 #pragma once
-// A private headless KDE Plasma compositor for one test (tests/support/
-// kwin-session.sh): KWin on a virtual output with Xwayland and a session bus of
+// A private headless compositor session: KDE Plasma's KWin for one test
+// (tests/support/kwin-session.sh) or GNOME Shell with our extension
+// (gnome-session.sh), on a virtual output with Xwayland and a session bus of
 // its own. Clients started here run in that session; everything stops with
 // the session. The test process itself stays outside: it talks to the
 // session's bus through the address env("DBUS_SESSION_BUS_ADDRESS").
+// Beside it, what the compositor backends' tests check alike of a window
+// server: the listed windows by title, their stacking, and whether the
+// pictures and the merged image agree.
 
+#include <array>
 #include <map>
+#include <set>
 
+#include "platform/window_server.h"
 #include "tests/support/process.h"
 
 namespace pv::test {
 
-struct KWinSessionOptions {
+struct CompositorSessionOptions {
     int width = 1280;
     int height = 800;
-    bool permissionChecks = false;  // KWin checks who may take pictures
-    bool lockSupport = false;       // the screen locker runs
+    bool permissionChecks = false;     // KWin checks who may take pictures
+    bool lockSupport = false;          // the screen locker runs
     std::vector<std::string> kwinEnv;  // VAR=VALUE for KWin
     std::string installEntryFor;       // a binary the session's desktop entry allows pictures
     // Another compositor's launcher in tests/support taking --width/--height
@@ -24,13 +31,13 @@ struct KWinSessionOptions {
     std::vector<std::string> launcherArgs;
 };
 
-class KWinSession {
+class CompositorSession {
 public:
     // Throws std::runtime_error with KWin's last words when it does not come up.
-    explicit KWinSession(KWinSessionOptions options = {});
-    ~KWinSession();
-    KWinSession(const KWinSession&) = delete;
-    KWinSession& operator=(const KWinSession&) = delete;
+    explicit CompositorSession(CompositorSessionOptions options = {});
+    ~CompositorSession();
+    CompositorSession(const CompositorSession&) = delete;
+    CompositorSession& operator=(const CompositorSession&) = delete;
 
     // A variable of the session's environment ("" when unset).
     std::string env(const std::string& name) const;
@@ -49,15 +56,16 @@ public:
     // gdbus prints it.
     std::string windowInfo(const std::string& uuid);
 
-    // KWin (or the launcher's compositor) goes away, as a crash or a logout would.
-    void stopKWin();
+    // The compositor goes away, as a crash or a logout would.
+    void stopCompositor();
 
     // The test window (tests/support/pv_testwin.cpp) on Wayland or, with x11,
     // as an X client through Xwayland.
     pid_t startTestWindow(const std::string& title, const std::string& fill, const std::string& border,
                           const std::string& size = "300x200", bool x11 = false, const std::string& appId = "");
 
-    static bool waitFor(const std::function<bool()>& check, std::chrono::milliseconds limit = std::chrono::seconds(15)) {
+    static bool waitFor(const std::function<bool()>& check,
+                        std::chrono::milliseconds limit = std::chrono::seconds(15)) {
         return test::waitFor(check, limit);
     }
 
@@ -69,5 +77,22 @@ private:
     std::map<std::string, std::string> env_;
     std::vector<pid_t> children_;
 };
+
+using Pixel = std::array<int, 4>;  // RGBA
+Pixel pixelAt(const Image& image, int x, int y);
+
+// The listed windows by title, once all of these titles are listed.
+std::map<std::string, WindowListEntry> listedByTitle(WindowServer& server, const std::vector<std::string>& titles);
+// The titles of the listed windows front to back; only these, when given.
+std::vector<std::string> titlesFrontToBack(WindowServer& server, const std::set<std::string>& only = {});
+// A request for a window's picture as a capture makes it.
+PictureRequest pictureOf(const WindowListEntry& window, bool framing = false);
+
+// A covered window's picture with the compositor's shadow holds its picture
+// at the frame where the framed picture says the frame is; the frontmost
+// window's opaque pixels (at least minOpaque of them) are what the merged
+// image shows where it stands.
+void expectPicturesAgree(const WindowPicture& covered, const WindowPicture& coveredFramed, const WindowPicture& front,
+                         const WindowRect& frontBounds, const Image& desktop, int minOpaque);
 
 }  // namespace pv::test

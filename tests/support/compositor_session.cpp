@@ -1,5 +1,6 @@
-#include "tests/support/kwin_session.h"
+#include "tests/support/compositor_session.h"
 
+#include <gtest/gtest.h>
 
 namespace pv::test {
 
@@ -9,10 +10,11 @@ std::string sourceDir() { return PV_SOURCE_DIR; }
 
 }  // namespace
 
-KWinSession::KWinSession(KWinSessionOptions options) {
+CompositorSession::CompositorSession(CompositorSessionOptions options) {
     const std::string launcher = options.launcher.empty() ? "kwin-session.sh" : options.launcher;
-    std::vector<std::string> argv{"bash", sourceDir() + "/tests/support/" + launcher, "--width",
-                                  std::to_string(options.width), "--height", std::to_string(options.height)};
+    std::vector<std::string> argv{"bash",     sourceDir() + "/tests/support/" + launcher,
+                                  "--width",  std::to_string(options.width),
+                                  "--height", std::to_string(options.height)};
     argv.insert(argv.end(), options.launcherArgs.begin(), options.launcherArgs.end());
     if (options.permissionChecks) argv.push_back("--permission-checks");
     if (options.lockSupport) argv.push_back("--lock-support");
@@ -67,19 +69,19 @@ KWinSession::KWinSession(KWinSessionOptions options) {
     }
 }
 
-KWinSession::~KWinSession() {
+CompositorSession::~CompositorSession() {
     for (auto it = children_.rbegin(); it != children_.rend(); ++it) terminate(*it);
     close(keepAlive_);
     int status = 0;
     waitpid(launcher_, &status, 0);
 }
 
-std::string KWinSession::env(const std::string& name) const {
+std::string CompositorSession::env(const std::string& name) const {
     auto it = env_.find(name);
     return it == env_.end() ? std::string() : it->second;
 }
 
-SpawnOptions KWinSession::environment(const std::vector<std::string>& extra) const {
+SpawnOptions CompositorSession::environment(const std::vector<std::string>& extra) const {
     SpawnOptions o;
     o.exactEnv = true;
     for (const auto& [k, v] : env_) o.env.push_back(k + "=" + v);
@@ -87,28 +89,28 @@ SpawnOptions KWinSession::environment(const std::vector<std::string>& extra) con
     return o;
 }
 
-pid_t KWinSession::start(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv) {
+pid_t CompositorSession::start(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv) {
     const pid_t pid = spawn(argv, environment(extraEnv));
     children_.push_back(pid);
     return pid;
 }
 
-void KWinSession::stop(pid_t pid) {
+void CompositorSession::stop(pid_t pid) {
     terminate(pid);
     std::erase(children_, pid);
 }
 
-int KWinSession::run(const std::vector<std::string>& argv, std::string* out, std::string* err,
-                     const std::vector<std::string>& extraEnv) {
+int CompositorSession::run(const std::vector<std::string>& argv, std::string* out, std::string* err,
+                           const std::vector<std::string>& extraEnv) {
     return runProgram(argv, environment(extraEnv), out, err);
 }
 
-void KWinSession::runScript(const std::string& js) {
+void CompositorSession::runScript(const std::string& js) {
     if (run({sourceDir() + "/tests/support/kwin-script.sh", js}) != 0)
         throw std::runtime_error("KWin did not run the script " + js);
 }
 
-std::string KWinSession::windowInfo(const std::string& uuid) {
+std::string CompositorSession::windowInfo(const std::string& uuid) {
     std::string out;
     run({"gdbus", "call", "--session", "--dest", "org.kde.KWin", "--object-path", "/KWin", "--method",
          "org.kde.KWin.getWindowInfo", uuid},
@@ -116,17 +118,70 @@ std::string KWinSession::windowInfo(const std::string& uuid) {
     return out;
 }
 
-void KWinSession::stopKWin() {
+void CompositorSession::stopCompositor() {
     const std::string named = env("PV_KWIN_PID").empty() ? env("PV_COMPOSITOR_PID") : env("PV_KWIN_PID");
     const pid_t kwin = static_cast<pid_t>(std::atoi(named.c_str()));
     if (kwin > 0) kill(kwin, SIGTERM);
 }
 
-pid_t KWinSession::startTestWindow(const std::string& title, const std::string& fill, const std::string& border,
-                                   const std::string& size, bool x11, const std::string& appId) {
+pid_t CompositorSession::startTestWindow(const std::string& title, const std::string& fill, const std::string& border,
+                                         const std::string& size, bool x11, const std::string& appId) {
     return start({PV_TESTWIN, "--title", title, "--color", fill, "--border", border, "--size", size, "--app-id",
                   appId.empty() ? "pv-testwin" : appId},
                  {std::string("QT_QPA_PLATFORM=") + (x11 ? "xcb" : "wayland")});
+}
+
+Pixel pixelAt(const Image& image, int x, int y) {
+    const uint8_t* p = image.row(y) + 4 * x;
+    return {p[0], p[1], p[2], p[3]};
+}
+
+std::map<std::string, WindowListEntry> listedByTitle(WindowServer& server, const std::vector<std::string>& titles) {
+    std::map<std::string, WindowListEntry> found;
+    const bool all = CompositorSession::waitFor([&] {
+        found.clear();
+        for (const auto& e : server.windowList()) found[e.title.value_or("")] = e;
+        return std::all_of(titles.begin(), titles.end(), [&](const auto& t) { return found.count(t) > 0; });
+    });
+    EXPECT_TRUE(all) << "not all windows came up";
+    return found;
+}
+
+std::vector<std::string> titlesFrontToBack(WindowServer& server, const std::set<std::string>& only) {
+    std::vector<std::string> out;
+    for (const auto& e : server.windowList())
+        if (only.empty() || only.count(e.title.value_or(""))) out.push_back(e.title.value_or(""));
+    return out;
+}
+
+PictureRequest pictureOf(const WindowListEntry& window, bool framing) {
+    PictureRequest r;
+    r.window = window.number;
+    r.framing = framing;
+    r.listedBounds = window.bounds;
+    return r;
+}
+
+void expectPicturesAgree(const WindowPicture& covered, const WindowPicture& coveredFramed, const WindowPicture& front,
+                         const WindowRect& frontBounds, const Image& desktop, int minOpaque) {
+    const Image& plain = covered.image;
+    EXPECT_EQ(coveredFramed.frame.size(), (Size{double(plain.width), double(plain.height)}));
+    EXPECT_EQ(coveredFramed.placement.x, covered.placement.x - coveredFramed.frame.x);
+    EXPECT_EQ(coveredFramed.placement.y, covered.placement.y - coveredFramed.frame.y);
+    for (int y = 0; y < plain.height; y += 5)
+        for (int x = 0; x < plain.width; x += 5)
+            ASSERT_EQ(pixelAt(coveredFramed.image, x + int(coveredFramed.frame.x), y + int(coveredFramed.frame.y)),
+                      pixelAt(plain, x, y))
+                << x << "," << y;
+    int opaque = 0, same = 0;
+    for (int y = 0; y < front.image.height; ++y)
+        for (int x = 0; x < front.image.width; ++x) {
+            if (pixelAt(front.image, x, y)[3] != 255) continue;  // rounded corners blend with what lies behind
+            ++opaque;
+            same += pixelAt(front.image, x, y) == pixelAt(desktop, int(frontBounds.x) + x, int(frontBounds.y) + y);
+        }
+    EXPECT_GE(opaque, minOpaque);
+    EXPECT_EQ(same, opaque);
 }
 
 }  // namespace pv::test
