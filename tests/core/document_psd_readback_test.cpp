@@ -45,12 +45,8 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersEdgesPixelsAndComposite) {
     const std::string mail = "Mail \xE2\x9C\x89";
     // Bottom of the stack first, as psd-tools lists them: Mail's window, Editor's two, then loose layers.
     const std::vector<Source> sources{
-        {"Inbox", {6, 4, 6, 5}, 6, 4},
-        {cafe, {3, 2, 5, 4}, 3, 2},
-        {"Untitled", {1, 1, 4, 3}, 1, 1},
-        {"Overlay", {0, 0, 2, 2}, 0, 0},
-        {"half", {10.5, 2.5, 7, 5}, 11, 3},
-        {"below", {-0.5, 3.4999, 3, 2}, -1, 3},
+        {"Inbox", {6, 4, 6, 5}, 6, 4},    {cafe, {3, 2, 5, 4}, 3, 2},         {"Untitled", {1, 1, 4, 3}, 1, 1},
+        {"Overlay", {0, 0, 2, 2}, 0, 0},  {"half", {10.5, 2.5, 7, 5}, 11, 3}, {"below", {-0.5, 3.4999, 3, 2}, -1, 3},
         {"empty", {1.25, 1, 0, 3}, 1, 1},
     };
     std::vector<LayerPtr> layers;  // top of the stack first
@@ -73,7 +69,8 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersEdgesPixelsAndComposite) {
     Bytes expectedComposite = composite;  // the merged image is stored matted over white
     matteOverWhite(expectedComposite.data(), expectedComposite.size());
     pvtest::ScratchDir dir;
-    const WriteResult r = writePSD(dir / "grouped.psd", {W, H}, composite, layers, "<x>XMP_TITLE XMP_WIDTH XMP_HEIGHT</x>", nullptr);
+    const WriteResult r =
+        writePSD(dir / "grouped.psd", {W, H}, composite, layers, "<x>XMP_TITLE XMP_WIDTH XMP_HEIGHT</x>", nullptr);
     ASSERT_TRUE(r.ok) << r.error;
 
     json doc;
@@ -89,8 +86,8 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersEdgesPixelsAndComposite) {
     EXPECT_EQ(std::make_tuple(top[1]["kind"], top[1]["name"]), std::make_tuple(json("group"), json("Editor")));
     ASSERT_EQ(top[0]["children"].size(), 1u);
     ASSERT_EQ(top[1]["children"].size(), 2u);
-    const std::vector<json> nodes{top[0]["children"][0], top[1]["children"][0], top[1]["children"][1],
-                                  top[2], top[3], top[4], top[5]};
+    const std::vector<json> nodes{
+        top[0]["children"][0], top[1]["children"][0], top[1]["children"][1], top[2], top[3], top[4], top[5]};
     for (size_t i = 0; i < sources.size(); ++i) {
         const Source& s = sources[i];
         const json& node = nodes[i];
@@ -100,8 +97,9 @@ TEST(PSDReadBack, PsdToolsSeesGroupsLayersEdgesPixelsAndComposite) {
         EXPECT_EQ(node["pascal_name"], psdLayerName(s.name));
         EXPECT_TRUE(node["visible"].get<bool>());
         EXPECT_EQ(node["opacity"], 255);
-        EXPECT_EQ(std::make_tuple(node["left"], node["top"], node["right"], node["bottom"]),
-                  std::make_tuple(json(s.left), json(s.top), json(s.left + int(s.at.width)), json(s.top + int(s.at.height))));
+        EXPECT_EQ(
+            std::make_tuple(node["left"], node["top"], node["right"], node["bottom"]),
+            std::make_tuple(json(s.left), json(s.top), json(s.left + int(s.at.width)), json(s.top + int(s.at.height))));
         if (s.at.width > 0 && s.at.height > 0) {
             EXPECT_EQ(test::fromBase64(node["pixels"]["rgba"].get<std::string>()),
                       straight(translucent(int(s.at.width), int(s.at.height), uint8_t(i))));

@@ -8,7 +8,6 @@
 #include <regex>
 #include <set>
 
-#include "document/byte_buffer.h"
 #include "document/file_naming.h"
 #include "document/layer_preparation.h"
 #include "document/merged_image.h"
@@ -33,21 +32,21 @@ LayerPtr prepared(LayerPtr layer) {
 }
 
 struct Written {
-    WriteResult result;
     PsdFile psd;
     Bytes file;
     std::vector<std::string> statuses;
 };
 
 // Writes into a fresh folder and reads the file back.
-Written write(Size size, Bytes merged, const std::vector<LayerPtr>& layers, const std::string& name = "x.psd",
+Written write(Size size, Bytes merged, const std::vector<LayerPtr>& layers,
               const std::string& xmpTemplate = kTemplate) {
     pvtest::ScratchDir dir;
     Written w;
-    w.result = writePSD(dir / name, size, merged, layers, xmpTemplate, [&w](const std::string& s) { w.statuses.push_back(s); });
-    EXPECT_TRUE(w.result.ok) << w.result.error;
-    if (w.result.ok) {
-        w.file = pvtest::readFile(dir / name);
+    const WriteResult r = writePSD(dir / "x.psd", size, merged, layers, xmpTemplate,
+                                   [&w](const std::string& s) { w.statuses.push_back(s); });
+    EXPECT_TRUE(r.ok) << r.error;
+    if (r.ok) {
+        w.file = pvtest::readFile(dir / "x.psd");
         w.psd = pvtest::parsePsd(w.file);
     }
     return w;
@@ -68,39 +67,31 @@ Bytes bytesOf(const std::string& s) { return {s.begin(), s.end()}; }
 
 }  // namespace
 
-// ---------------------------------------------------------------- file layout
-
 TEST(PSDWriter, WorkedExampleOfOneOpaquePixel) {
-    auto w = write({1, 1}, {10, 20, 30, 255}, {prepared(pvtest::pixelLayer("A", 0, 0, 1, 1, {10, 20, 30, 255}))}, "one.psd");
-    const Bytes header{'8', 'B', 'P', 'S', 0, 1, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0, 1, 0, 0, 0, 1, 0, 8, 0, 3, 0, 0, 0, 0};
+    auto w = write({1, 1}, {10, 20, 30, 255}, {prepared(pvtest::pixelLayer("A", 0, 0, 1, 1, {10, 20, 30, 255}))});
+    const Bytes header{'8', 'B', 'P', 'S', 0, 1, 0, 0, 0, 0, 0, 0, 0, 4, 0,
+                       0,   0,   1,   0,   0, 0, 1, 0, 8, 0, 3, 0, 0, 0, 0};
     ASSERT_GT(w.file.size(), header.size());
     EXPECT_EQ(Bytes(w.file.begin(), w.file.begin() + 30), header);
-
-    // One XMP resource of even length, every placeholder filled.
-    const PsdFile& p = w.psd;
-    EXPECT_EQ(p.resourceId, 1060);
-    EXPECT_EQ(p.xmp.size() % 2, 0u);
-    EXPECT_NE(p.xmp.find("<CreatorTool>Veltrano Plenavue</CreatorTool>"), std::string::npos);
-    EXPECT_NE(p.xmp.find("<title>one.psd</title><w>1</w><h>1</h>"), std::string::npos);
-    EXPECT_TRUE(std::regex_search(p.xmp, std::regex("<CreateDate>\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d</CreateDate>")));
-    EXPECT_EQ(p.xmp.find("XMP_"), std::string::npos);
+    EXPECT_EQ(w.psd.resourceId, 1060);
+    EXPECT_TRUE(std::regex_search(w.psd.xmp, std::regex("<CreatorTool>Veltrano Plenavue</CreatorTool><CreateDate>"
+                                                        "\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d</CreateDate>")));
+    EXPECT_NE(w.psd.xmp.find("<title>x.psd</title><w>1</w><h>1</h>"), std::string::npos);
 
     // Everything after the resources, byte for byte.
-    const Bytes rest{
-        0, 0, 0, 0x7C, 0, 0, 0, 0x74, 0xFF, 0xFF,
-        // record
-        0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 4,
-        0, 0, 0, 0, 0, 6, 0, 1, 0, 0, 0, 6, 0, 2, 0, 0, 0, 6, 0xFF, 0xFF, 0, 0, 0, 6,
-        '8', 'B', 'I', 'M', 'n', 'o', 'r', 'm', 0xFF, 0, 0, 0,
-        0, 0, 0, 0x20, 0, 0, 0, 0, 0, 0, 0, 0, 1, 'A', 0, 0,
-        '8', 'B', 'I', 'M', 'l', 'u', 'n', 'i', 0, 0, 0, 8, 0, 0, 0, 1, 0, 'A', 0, 0,
-        // channel data
-        0, 1, 0, 2, 0, 0x0A, 0, 1, 0, 2, 0, 0x14, 0, 1, 0, 2, 0, 0x1E, 0, 1, 0, 2, 0, 0xFF,
-        // global layer mask info
-        0, 0, 0, 0,
-        // merged image
-        0, 1, 0, 2, 0, 2, 0, 2, 0, 2, 0, 0x0A, 0, 0x14, 0, 0x1E, 0, 0xFF};
-    EXPECT_EQ(Bytes(w.file.begin() + static_cast<ptrdiff_t>(p.layerSectionStart), w.file.end()), rest);
+    const Bytes rest{0, 0, 0, 0x7C, 0, 0, 0, 0x74, 0xFF, 0xFF,
+                     // record
+                     0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 4, 0, 0, 0, 0, 0, 6, 0, 1, 0, 0, 0, 6, 0, 2, 0,
+                     0, 0, 6, 0xFF, 0xFF, 0, 0, 0, 6, '8', 'B', 'I', 'M', 'n', 'o', 'r', 'm', 0xFF, 0, 0, 0, 0, 0, 0,
+                     0x20, 0, 0, 0, 0, 0, 0, 0, 0, 1, 'A', 0, 0, '8', 'B', 'I', 'M', 'l', 'u', 'n', 'i', 0, 0, 0, 8, 0,
+                     0, 0, 1, 0, 'A', 0, 0,
+                     // channel data
+                     0, 1, 0, 2, 0, 0x0A, 0, 1, 0, 2, 0, 0x14, 0, 1, 0, 2, 0, 0x1E, 0, 1, 0, 2, 0, 0xFF,
+                     // global layer mask info
+                     0, 0, 0, 0,
+                     // merged image
+                     0, 1, 0, 2, 0, 2, 0, 2, 0, 2, 0, 0x0A, 0, 0x14, 0, 0x1E, 0, 0xFF};
+    EXPECT_EQ(Bytes(w.file.begin() + static_cast<ptrdiff_t>(w.psd.layerSectionStart), w.file.end()), rest);
     EXPECT_EQ(w.statuses, (std::vector<std::string>{"Writing: A", "Writing composite..."}));
 }
 
@@ -129,17 +120,10 @@ TEST(PSDWriter, RecordEdgesAreTheRoundedCornerAndTheSizeOfTheEncodedPixels) {
             EXPECT_EQ(merged.row(c.top)[c.left * 4 + 3], 255);
             EXPECT_EQ(merged.row(c.top)[(c.left - 1) * 4 + 3], 0);
         }
-        prepareLayer(*layer);
-        const auto w = write({240, 160}, Bytes(240 * 160 * 4, 0), {layer});
+        const auto w = write({240, 160}, Bytes(240 * 160 * 4, 0), {prepared(layer)});
         ASSERT_EQ(w.psd.records.size(), 1u);
         const PsdRecord& r = w.psd.records[0];
         EXPECT_EQ(std::tie(r.top, r.left, r.bottom, r.right), std::tie(c.top, c.left, c.bottom, c.right));
-        ASSERT_EQ(r.channels.size(), 4u);
-        for (int ch = 0; ch < 4; ++ch)
-            EXPECT_EQ(r.channels[ch], std::make_pair(int16_t(ch == 3 ? -1 : ch), uint32_t(layer->channelSizes[ch])));
-        EXPECT_EQ(std::tie(r.flags, r.opacity, r.blendKey), std::make_tuple(uint8_t(0), uint8_t(255), std::string("norm")));
-        EXPECT_EQ(w.psd.channelData[0], layer->imageData);
-        EXPECT_EQ(w.psd.layerCount, -1);
     }
 }
 
@@ -154,17 +138,14 @@ TEST(PSDWriter, GroupIsWrittenAsDividerLayersBottomUpThenFolder) {
     EXPECT_EQ(p.layerCount, -4);
     ASSERT_EQ(p.records.size(), 4u);
     const PsdRecord &divider = p.records[0], &folder = p.records[3];
-    EXPECT_EQ(std::tie(divider.name, divider.unicodeName, divider.sectionType, divider.flags, divider.blendKey),
-              std::make_tuple(std::string("Editor"), std::u16string(u"Editor"), 3, uint8_t(0x18), std::string("norm")));
+    EXPECT_EQ(std::tie(divider.name, divider.sectionType, divider.flags, divider.blendKey),
+              std::make_tuple(std::string("Editor"), 3, uint8_t(0x18), std::string("norm")));
     EXPECT_EQ(std::tie(divider.top, divider.left, divider.bottom, divider.right), std::make_tuple(0, 0, 0, 0));
     EXPECT_EQ(p.channelData[0], Bytes(8, 0));
-    EXPECT_EQ(p.records[1].name, "bottom");
-    EXPECT_EQ(p.records[2].name, "top");
+    EXPECT_EQ(std::tie(p.records[1].name, p.records[2].name), std::make_tuple("bottom", "top"));
     // The group's own record passes its layers through, as its section does.
-    EXPECT_EQ(std::tie(folder.name, folder.unicodeName, folder.sectionType, folder.sectionBlend, folder.blendKey),
-              std::make_tuple(std::string("Editor"), std::u16string(u"Editor"), 2, std::string("pass"),
-                              std::string("pass")));
-    EXPECT_EQ(folder.flags, 0x18);
+    EXPECT_EQ(std::tie(folder.name, folder.sectionType, folder.sectionBlend, folder.blendKey, folder.flags),
+              std::make_tuple(std::string("Editor"), 2, std::string("pass"), std::string("pass"), uint8_t(0x18)));
     EXPECT_EQ(w.statuses, (std::vector<std::string>{"Writing: Editor", "Writing: bottom", "Writing: top",
                                                     "Writing: Editor", "Writing composite..."}));
 }
@@ -189,28 +170,14 @@ TEST(PSDWriter, MergedImageIsMattedOverWhiteAndStoredChannelByChannel) {
         SCOPED_TRACE(cases[i].what);
         EXPECT_EQ(Bytes(stored.begin() + 4 * i, stored.begin() + 4 * i + 4), cases[i].stored);
     }
-}
-
-TEST(PSDWriter, CanvasSizesRowCountsAndAnEmptyLayerList) {
-    // A flat row of 300 pixels: runs of 127, 127 and 46, six bytes per channel row.
-    const auto flat = write({300, 7}, pvtest::solid(300, 7, 1, 2, 3, 255), {});
-    EXPECT_EQ(flat.psd.mergedCounts, std::vector<uint16_t>(4 * 7, 6));
-    EXPECT_EQ(flat.psd.mergedPixels(), pvtest::solid(300, 7, 1, 2, 3, 255));
-    EXPECT_EQ(std::tie(flat.psd.layerCount, flat.psd.layerInfoLength, flat.psd.layerSectionLength),
-              std::make_tuple(int16_t(0), 2u, 10u));
-    EXPECT_EQ(flat.psd.mergedCompression, 1);
-    EXPECT_EQ(flat.statuses, std::vector<std::string>{"Writing composite..."});
-    // A fractional canvas size is truncated.
-    const auto fractional = write({2.9, 1.5}, pvtest::solid(2, 1, 1, 2, 3, 255), {});
-    EXPECT_EQ(std::tie(fractional.psd.width, fractional.psd.height), std::make_tuple(2u, 1u));
-    EXPECT_EQ(fractional.psd.mergedPixels(), pvtest::solid(2, 1, 1, 2, 3, 255));
-    // An opaque picture of many colours comes back as it was.
+    // A fractional canvas size is truncated; an opaque picture of many colours
+    // comes back as it was; no layers still make a (short) layer section.
     Bytes noise;
     for (int i = 0; i < 21; ++i) noise.insert(noise.end(), {uint8_t(i * 11), uint8_t(i), uint8_t(255 - i), 255});
-    EXPECT_EQ(write({7, 3}, noise, {}).psd.mergedPixels(), noise);
+    const PsdFile p = write({7.9, 3.5}, noise, {}).psd;
+    EXPECT_EQ(std::tie(p.width, p.height, p.layerCount, p.layerInfoLength), std::make_tuple(7u, 3u, int16_t(0), 2u));
+    EXPECT_EQ(p.mergedPixels(), noise);
 }
-
-// ---------------------------------------------------------------- names and XMP
 
 // Each record keeps an ASCII Pascal name (255 bytes at most, `?` for each
 // character outside ASCII) and the whole name as UTF-16 in its Unicode block,
@@ -224,7 +191,8 @@ TEST(PSDNames, EveryRecordCarriesAnASCIINameAndTheWholeNameInItsUnicodeBlock) {
     for (int i = 0; i < 300; ++i) e300 += "\xC3\xA9";
     const std::vector<Case> cases{
         {"Untitled", "Untitled", u"Untitled"},
-        {"\xC3\x9Cn\xC3\xAF \xE2\x80\x94 \xE6\x97\xA5\xE6\x9C\xAC \xE2\x9C\x93", "?n? ? ?? ?", u"\u00DCn\u00EF \u2014 \u65E5\u672C \u2713"},
+        {"\xC3\x9Cn\xC3\xAF \xE2\x80\x94 \xE6\x97\xA5\xE6\x9C\xAC \xE2\x9C\x93", "?n? ? ?? ?",
+         u"\u00DCn\u00EF \u2014 \u65E5\u672C \u2713"},
         {"smile \xF0\x9F\x98\x80!", "smile ?!", u"smile \xD83D\xDE00!"},  // a surrogate pair, two units
         {"", "", u""},
         {"ab", "ab", u"ab"},
@@ -232,7 +200,8 @@ TEST(PSDNames, EveryRecordCarriesAnASCIINameAndTheWholeNameInItsUnicodeBlock) {
         {"bad \xFF\xFE", "bad ??", u"bad \uFFFD\uFFFD"},
         {e300, std::string(255, '?'), std::u16string(300, u'\u00E9')},
         {std::string(300, 'x'), std::string(255, 'x'), std::u16string(300, u'x')},
-        {std::string(254, 'x') + "\xC3\xA9\xC3\xA9", std::string(254, 'x') + "?", std::u16string(254, u'x') + u"\u00E9\u00E9"},
+        {std::string(254, 'x') + "\xC3\xA9\xC3\xA9", std::string(254, 'x') + "?",
+         std::u16string(254, u'x') + u"\u00E9\u00E9"},
     };
     std::vector<LayerPtr> layers{makeGroupMarker(LayerTypeGroupEnd, cases[1].name)};
     for (const Case& c : cases) layers.push_back(prepared(pvtest::pixelLayer(c.name, 0, 0, 1, 1, {0, 0, 0, 255})));
@@ -244,7 +213,6 @@ TEST(PSDNames, EveryRecordCarriesAnASCIINameAndTheWholeNameInItsUnicodeBlock) {
         const PsdRecord& r = w.psd.records[i];
         const Case& c = i == 0 || i + 1 == layers.size() ? cases[1] : cases[cases.size() - i];
         SCOPED_TRACE(c.pascal);
-        EXPECT_EQ(psdLayerName(c.name), c.pascal);
         EXPECT_EQ(r.name, c.pascal);
         EXPECT_EQ(r.unicodeName, c.units);
         EXPECT_EQ(r.size, layerRecordSize(*layers[layers.size() - 1 - i]));  // the file holds the bottom first
@@ -258,21 +226,12 @@ TEST(XmpPacket, FillsEveryPlaceholderAndPadsToAnEvenLength) {
     EXPECT_EQ(buildXmpPacket("XMP_CREATOR|XMP_DATE|XMP_DATE|XMP_TITLE|XMP_WIDTH|XMP_HEIGHT", "16-11-2026-07-05-09.psd",
                              2880, 1800, t),
               "Veltrano Plenavue|2026-11-16T07:05:09|2026-11-16T07:05:09|16-11-2026-07-05-09.psd|2880|1800 ");
-    EXPECT_EQ(buildXmpPacket("<w>XMP_WIDTH</w>", "t", 12345, 1, t), "<w>12345</w>");
     // Titles stay ASCII and valid inside XML.
     EXPECT_EQ(buildXmpPacket("XMP_TITLE", "R&D <\xC3\xA9>.psd", 1, 1, t), "R&amp;D &lt;?&gt;.psd ");
     // In the file, the resource holds the padded packet.
-    EXPECT_EQ(write({1, 1}, {0, 0, 0, 0}, {}, "x.psd", "<a>XMP_TITLE</ab>").psd.xmp, "<a>x.psd</ab> ");
-    EXPECT_EQ(write({1, 1}, {0, 0, 0, 0}, {}, "x.psd", "<ab>XMP_TITLE</ab>").psd.xmp, "<ab>x.psd</ab>");
-    // The shipped template carries every placeholder and is ASCII.
-    const Bytes templ = pvtest::readFile(std::string(PV_SOURCE_DIR) + "/resources/xmp.dat");
-    const std::string text(templ.begin(), templ.end());
-    for (const char* key : {"XMP_CREATOR", "XMP_DATE", "XMP_TITLE", "XMP_WIDTH", "XMP_HEIGHT"})
-        EXPECT_NE(text.find(key), std::string::npos) << key;
-    EXPECT_TRUE(std::all_of(templ.begin(), templ.end(), [](uint8_t b) { return b < 0x80; }));
+    EXPECT_EQ(write({1, 1}, {0, 0, 0, 0}, {}, "<a>XMP_TITLE</ab>").psd.xmp, "<a>x.psd</ab> ");
+    EXPECT_EQ(write({1, 1}, {0, 0, 0, 0}, {}, "<ab>XMP_TITLE</ab>").psd.xmp, "<ab>x.psd</ab>");
 }
-
-// ---------------------------------------------------------------- file names
 
 TEST(FileNaming, DayFirstNamesNumberedWhenTakenAndFormatsThatAgree) {
     EXPECT_EQ(buildFileName(OutputFormat::GroupedPSD, at(2026, 11, 16, 17, 5, 9)), "16-11-2026-17-05-09.psd");
@@ -293,15 +252,12 @@ TEST(FileNaming, DayFirstNamesNumberedWhenTakenAndFormatsThatAgree) {
     for (int64_t v : {0, 1, 2}) {
         const auto f = outputFormatFromValue(v);
         ASSERT_TRUE(f);
-        EXPECT_EQ(outputFormatValue(*f), v);
         EXPECT_EQ(outputFormatFromName(outputFormatName(*f)), f);
         EXPECT_EQ(fileKindOfName("x." + std::string(fileExtension(*f))),
                   isLayered(*f) ? FileKind::LayeredDocument : FileKind::FlatPicture);
     }
-    for (int64_t v : {-1, 3}) EXPECT_FALSE(outputFormatFromValue(v));
-    EXPECT_FALSE(outputFormatFromName("tiff"));
+    EXPECT_FALSE(outputFormatFromValue(3));
     EXPECT_EQ(fileKindOfName("/a/B.PNG"), FileKind::FlatPicture);
-    EXPECT_FALSE(fileKindOfName("/a/b.jpg"));
     EXPECT_FALSE(fileKindOfName("/a.psd/b"));
 }
 
@@ -310,7 +266,8 @@ TEST(FileNaming, ANumberedWriteNeverReplacesAFileAndAChosenOneDoes) {
     const std::string path = dir / "shot.psd";
     pvtest::writeText(path, "earlier");
     const auto write = [&](const std::string& text, OnExisting onExisting) {
-        return writeFileAtomically(path, [&](AtomicFile& f) { return f.write(text.data(), text.size()); }, onExisting);
+        return writeFileAtomically(
+            path, [&](AtomicFile& f) { return f.write(text.data(), text.size()); }, onExisting);
     };
     EXPECT_EQ(write("second", OnExisting::Number).path, dir / "shot-2.psd");
     EXPECT_EQ(write("third", OnExisting::Number).path, dir / "shot-3.psd");
@@ -319,8 +276,6 @@ TEST(FileNaming, ANumberedWriteNeverReplacesAFileAndAChosenOneDoes) {
     EXPECT_EQ(write("chosen", OnExisting::Replace).path, path);
     EXPECT_EQ(pvtest::readFile(path), bytesOf("chosen"));
 }
-
-// ---------------------------------------------------------------- refusals and failures
 
 TEST(PSDWriterRefusals, BadInputIsRefusedBeforeAnyFileIsMade) {
     struct Case {
@@ -336,13 +291,23 @@ TEST(PSDWriterRefusals, BadInputIsRefusedBeforeAnyFileIsMade) {
         {"an empty canvas", {0, 8}, none, "empty"},
         {"a short composite", {9, 8}, none, "needs 288"},
         {"an unprepared layer", {8, 8}, [](LayerElement& l) { l.ready = false; }, "\"Notes\" is not prepared"},
-        {"one pixel wider", {8, 8}, [](LayerElement& l) { l.location.width = 5; }, "5x3 rectangle: channel 0 has a row of 4 pixels"},
-        {"one row higher", {8, 8}, [](LayerElement& l) { l.location.height = 4; }, "4x4 rectangle: channel 0 has rows running past its end"},
-        {"one row lower", {8, 8}, [](LayerElement& l) { l.location.height = 2; }, "4x2 rectangle: channel 0 has a row of"},
+        {"one pixel wider",
+         {8, 8},
+         [](LayerElement& l) { l.location.width = 5; },
+         "5x3 rectangle: channel 0 has a row of 4 pixels"},
+        {"one row higher",
+         {8, 8},
+         [](LayerElement& l) { l.location.height = 4; },
+         "4x4 rectangle: channel 0 has rows running past its end"},
+        {"one row lower",
+         {8, 8},
+         [](LayerElement& l) { l.location.height = 2; },
+         "4x2 rectangle: channel 0 has a row of"},
         {"a row count too large", {8, 8}, [](LayerElement& l) { l.imageData[3] += 1; }, "layer \"Notes\""},
         {"a broken packet", {8, 8}, [](LayerElement& l) { l.imageData[8] = 5; }, "channel 0 has a row of"},
         {"an unknown compression", {8, 8}, [](LayerElement& l) { l.imageData[1] = 2; }, "unknown compression 2"},
-        {"a raw block of the wrong size", {8, 8},
+        {"a raw block of the wrong size",
+         {8, 8},
          [](LayerElement& l) {
              l.imageData.assign(4 * 13, 0);
              l.channelSizes = {13, 13, 13, 13};
@@ -367,46 +332,20 @@ TEST(PSDWriterRefusals, BadInputIsRefusedBeforeAnyFileIsMade) {
     EXPECT_EQ(write({30000, 1}, pvtest::solid(30000, 1, 0, 0, 0, 255), {}).psd.width, 30000u);
 }
 
-TEST(PSDWriterFailures, PathsThatCannotBeWrittenLeaveWhatWasThere) {
+// Paths that cannot be written, and a write failing part way as on a full disk
+// (a file size limit), keep what was there and leave no temporary.
+TEST(PSDWriterFailures, FailuresNameThePathAndLeaveWhatWasThere) {
     pvtest::ScratchDir dir;
     std::filesystem::create_directory(dir.path / "taken.psd");
-    for (const auto& [path, reason] : std::vector<std::pair<std::string, std::string>>{
-             {dir / "missing/x.psd", "No such file or directory"},
-             {"/dev/null/x.psd", "Not a directory"},
-             {dir / "taken.psd", "Is a directory"}}) {
+    for (const auto& [path, reason] :
+         std::vector<std::pair<std::string, std::string>>{{dir / "missing/x.psd", "No such file or directory"},
+                                                          {"/dev/null/x.psd", "Not a directory"},
+                                                          {dir / "taken.psd", "Is a directory"}}) {
         Bytes merged{1, 2, 3, 255};
         const WriteResult r = writePSD(path, {1, 1}, merged, {}, kTemplate, nullptr);
         EXPECT_FALSE(r.ok);
         EXPECT_EQ(r.error, "cannot write " + path + ": " + reason);
     }
-    EXPECT_EQ(dir.entries(), std::vector<std::string>{"taken.psd"});
-}
-
-TEST(PSDWriterFailures, ReadOnlyFolderRefusesAnOrdinaryUser) {
-    // Root writes anywhere, so the attempt runs as an unprivileged user.
-    pvtest::ScratchDir dir;
-    const auto folder = dir.path / "ro";
-    std::filesystem::create_directory(folder);
-    pvtest::writeText(folder / "x.psd", "earlier");
-    chmod(dir.path.c_str(), 0755);
-    chmod(folder.c_str(), 0555);
-    chmod((folder / "x.psd").c_str(), 0644);
-    const int code = pvtest::inChildProcess([&] {
-        if (getuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return 3;
-        Bytes merged{1, 2, 3, 255};
-        WriteResult r = writePSD((folder / "x.psd").string(), {1, 1}, merged, {}, kTemplate, nullptr);
-        if (r.ok) return 1;
-        return r.error == "cannot write " + (folder / "x.psd").string() + ": Permission denied" ? 0 : 2;
-    });
-    EXPECT_EQ(code, 0);
-    EXPECT_EQ(pvtest::readFile(folder / "x.psd"), bytesOf("earlier"));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator()), 1);
-    chmod(folder.c_str(), 0755);  // so that the scratch folder can be removed by any user
-}
-
-TEST(PSDWriterFailures, WriteErrorMidwayKeepsTheEarlierFileAndRemovesTheTemporary) {
-    // A file size limit makes the writes fail part way, as a full disk does.
-    pvtest::ScratchDir dir;
     const std::string path = dir / "x.psd";
     pvtest::writeText(path, "earlier");
     const int code = pvtest::inChildProcess([&] {
@@ -424,33 +363,11 @@ TEST(PSDWriterFailures, WriteErrorMidwayKeepsTheEarlierFileAndRemovesTheTemporar
         return r.error == "cannot write " + path + ": File too large" ? 0 : 2;
     });
     EXPECT_EQ(code, 0);
-    EXPECT_EQ(dir.entries(), std::vector<std::string>{"x.psd"});
+    EXPECT_EQ(dir.entries(), (std::vector<std::string>{"taken.psd", "x.psd"}));
     EXPECT_EQ(pvtest::readFile(path), bytesOf("earlier"));
 }
 
-TEST(AtomicFileTest, SuccessReplacesTheEarlierFileWithOrdinaryPermissions) {
-    pvtest::ScratchDir dir;
-    const std::string path = dir / "out.bin";
-    pvtest::writeText(path, "earlier");
-    const mode_t old = umask(022);
-    WriteResult r = writeFileAtomically(path, [&](AtomicFile& f) {
-        // Until the commit, the earlier file is whole and the new bytes are elsewhere.
-        const bool untouched = pvtest::readFile(path) == bytesOf("earlier") && f.temporaryPath() != path;
-        return f.write("new", 3) && untouched;
-    });
-    umask(old);
-    ASSERT_TRUE(r.ok) << r.error;
-    EXPECT_EQ(pvtest::readFile(path), bytesOf("new"));
-    struct stat st{};
-    ASSERT_EQ(stat(path.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0644u);
-    EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.bin"});
-    // A target name at the length limit still gets a temporary.
-    r = writeFileAtomically(dir / (std::string(251, 'n') + ".psd"), [](AtomicFile& f) { return f.write("x", 1); });
-    EXPECT_TRUE(r.ok) << r.error;
-}
-
-TEST(AtomicFileTest, AFailingOrThrowingBodyLeavesNoTrace) {
+TEST(AtomicFileTest, TheEarlierFileIsReplacedOnlyByAWholeNewOne) {
     pvtest::ScratchDir dir;
     const std::string path = dir / "out.bin";
     pvtest::writeText(path, "earlier");
@@ -460,7 +377,6 @@ TEST(AtomicFileTest, AFailingOrThrowingBodyLeavesNoTrace) {
         f.write("partial", 7);
         throw std::runtime_error("layer \"x\" is too large");
     });
-    EXPECT_FALSE(r.ok);
     EXPECT_EQ(r.error, "cannot write " + path + ": layer \"x\" is too large");
     EXPECT_EQ(temporary.rfind(dir / ".out.bin.", 0), 0u) << temporary;
     r = writeFileAtomically(path, [](AtomicFile& f) {
@@ -468,19 +384,35 @@ TEST(AtomicFileTest, AFailingOrThrowingBodyLeavesNoTrace) {
         return f.write("more", 4);
     });
     EXPECT_EQ(r.error, "cannot write " + path + ": the composite could not be encoded");
-    EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.bin"});
     EXPECT_EQ(pvtest::readFile(path), bytesOf("earlier"));
+
+    const mode_t old = umask(022);
+    r = writeFileAtomically(path, [&](AtomicFile& f) {
+        // Until the commit, the earlier file is whole and the new bytes are elsewhere.
+        return f.write("new", 3) && pvtest::readFile(path) == bytesOf("earlier") && f.temporaryPath() != path;
+    });
+    umask(old);
+    ASSERT_TRUE(r.ok) << r.error;
+    EXPECT_EQ(pvtest::readFile(path), bytesOf("new"));
+    struct stat st {};
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0644u);
+    EXPECT_EQ(dir.entries(), std::vector<std::string>{"out.bin"});
+    // A target name at the length limit still gets a temporary.
+    r = writeFileAtomically(dir / (std::string(251, 'n') + ".psd"), [](AtomicFile& f) { return f.write("x", 1); });
+    EXPECT_TRUE(r.ok) << r.error;
 }
 
-TEST(AtomicFileTest, TemporariesOfProcessesThatAreGoneAreSweptAndNothingElse) {
+// Temporaries of processes that are gone are swept before each write, and a
+// signal handler finds every temporary still open; nothing else is touched.
+TEST(AtomicFileTest, TemporariesAreRemovedOnlyWhenNoProcessWillFinishThem) {
     const std::string name = temporaryName("16-11-2026-17-05-09.psd", 4711);
     EXPECT_TRUE(std::regex_match(name, std::regex(R"(\.16-11-2026-17-05-09\.psd\.plenavue-4711-[a-z0-9]{8}\.tmp)")))
         << name;
     EXPECT_EQ(temporaryOwner(name), 4711);
     EXPECT_LE(temporaryName(std::string(255, 'n'), 4194304).size(), 255u);
     for (const char* other : {"x.psd", "x.psd.plenavue-12-k3x9a0qz.tmp", ".x.psd.plenavue-12-k3x9a0q.tmp",
-                              ".x.psd.plenavue-1a-k3x9a0qz.tmp", ".x.psd.plenavue-12-K3X9A0QZ.tmp",
-                              ".x.psd.plenavue-12-k3x9a0qz.tmp~", ".plenavue-12-k3x9a0qz.tmp"})
+                              ".x.psd.plenavue-1a-k3x9a0qz.tmp", ".x.psd.plenavue-12-k3x9a0qz.tmp~"})
         EXPECT_EQ(temporaryOwner(other), 0) << other;
 
     pvtest::ScratchDir dir;
@@ -489,32 +421,19 @@ TEST(AtomicFileTest, TemporariesOfProcessesThatAreGoneAreSweptAndNothingElse) {
     ASSERT_GT(gone, 0);
     waitpid(gone, nullptr, 0);
     const std::string stale = temporaryName("a.psd", gone);
-    for (const std::string& n : {stale, temporaryName("b.psd", getpid()), temporaryName("c.psd", 1),
-                                 std::string(".a.psd.k3x9a0qz"), std::string("a.psd")})
+    for (const std::string& n :
+         {stale, temporaryName("b.psd", getpid()), temporaryName("c.psd", 1), std::string("a.psd")})
         pvtest::writeText(dir.path / n, "x");
     EXPECT_EQ(sweepStaleTemporaries(dir.path.string()), 1);
-    EXPECT_FALSE(std::filesystem::exists(dir.path / stale));
-    EXPECT_EQ(dir.entries().size(), 4u);
-    // Each write sweeps first.
+    EXPECT_EQ(dir.entries().size(), 3u);
     pvtest::writeText(dir.path / stale, "x");
     ASSERT_TRUE(writeFileAtomically(dir / "d.psd", [](AtomicFile& f) { return f.write("d", 1); }).ok);
     EXPECT_FALSE(std::filesystem::exists(dir.path / stale));
-    EXPECT_EQ(sweepStaleTemporaries(dir / "missing"), 0);
-}
 
-TEST(AtomicFileTest, ASignalHandlerFindsEveryOpenTemporary) {
-    pvtest::ScratchDir dir;
-    AtomicFile first, second;
-    ASSERT_TRUE(first.open(dir / "one.psd"));
-    ASSERT_TRUE(second.open(dir / "two.psd"));
-    EXPECT_EQ(temporaryOwner(std::filesystem::path(first.temporaryPath()).filename()), getpid());
-    EXPECT_EQ(dir.entries().size(), 2u);
+    AtomicFile unfinished, committed;
+    ASSERT_TRUE(unfinished.open(dir / "one.psd") && committed.open(dir / "two.psd"));
+    ASSERT_TRUE(committed.write("2", 1) && committed.commit());
     removeOpenTemporaries();
-    EXPECT_TRUE(dir.entries().empty());
-    // A committed file is no longer the handler's to remove.
-    AtomicFile third;
-    ASSERT_TRUE(third.open(dir / "three.psd"));
-    ASSERT_TRUE(third.write("3", 1) && third.commit());
-    removeOpenTemporaries();
-    EXPECT_EQ(dir.entries(), std::vector<std::string>{"three.psd"});
+    EXPECT_EQ(dir.entries().size(), 5u);  // a.psd, b's and c's temporaries, d.psd, two.psd
+    EXPECT_TRUE(std::filesystem::exists(dir.path / "two.psd"));
 }

@@ -36,7 +36,8 @@ public:
         if (failDisplayLookup) return std::nullopt;
         return displaysMeetingRect(screens, bounds, maxCount);
     }
-    std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t number, bool framing) override {
+    std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t number,
+                                       bool framing) override {
         requests.push_back({bounds, number, framing});
         auto it = pictures.find(number);
         if (it == pictures.end()) return std::nullopt;

@@ -14,8 +14,6 @@
 namespace pv {
 namespace {
 
-namespace fs = std::filesystem;
-
 std::string fixture(const std::string& name) { return std::string(PV_SOURCE_DIR) + "/fixtures/" + name; }
 
 const uint8_t* pixelAt(const Image& image, int x, int y) { return image.row(y) + static_cast<size_t>(x) * 4; }
@@ -48,24 +46,37 @@ TEST(FixtureDesktop, EveryShippedFixtureLoadsAndReportsItsScreensAndWindows) {
     EXPECT_EQ(windows[3].layer, 3);
 }
 
-TEST(FixtureDesktop, FillPicturesAreTheBoundsAtTheLargestScaleTheWindowTouches) {
+TEST(FixtureDesktop, PicturesAreFillsAtTheLargestScaleTheWindowTouchesOrPngFilesAsTheyAre) {
     auto desktop = FixtureDesktop::load(fixture("two-screens.json"));
     auto across = desktop->windowPicture(std::nullopt, 51, false);  // on both screens: scale 2
     ASSERT_TRUE(across);
-    EXPECT_EQ(across->width, 800);
-    EXPECT_EQ(across->height, 600);
+    EXPECT_EQ(std::tie(across->width, across->height), std::make_tuple(800, 600));
     EXPECT_EQ(rgba(*across, 10, 10), (std::vector<int>{200, 40, 40, 255}));
-    auto side = desktop->windowPicture(std::nullopt, 54, false);  // second screen only: scale 1
-    ASSERT_TRUE(side);
-    EXPECT_EQ(side->width, 600);
+    EXPECT_EQ(desktop->windowPicture(std::nullopt, 54, false)->width, 600);  // second screen only: scale 1
     EXPECT_EQ(desktop->displaysOfRect({1240, 100, 400, 300}, 2), (std::vector<uint32_t>{1, 2}));
     EXPECT_EQ(desktop->displaysOfRect({1240, 100, 400, 300}, 1), (std::vector<uint32_t>{1}));
     // Above the main screen, but inside the taller second one.
     EXPECT_EQ(desktop->displaysOfRect({1700, -200, 500, 300}, 2), (std::vector<uint32_t>{2}));
-    EXPECT_EQ(desktop->displaysOfRect({-900, 0, 100, 100}, 2), (std::vector<uint32_t>{}));
-}
+    EXPECT_EQ(desktop->displaysOfRect({1340, 100, 100, 100}, 2),
+              (std::vector<uint32_t>{1}));  // touching edges do not meet
+    EXPECT_TRUE(desktop->displaysOfRect({-900, 0, 100, 100}, 2)->empty());
 
-TEST(FixtureDesktop, WindowsOffEveryScreenUseTheLargestScale) {
+    auto one = FixtureDesktop::load(fixture("one-screen.json"));
+    auto photo = one->windowPicture(std::nullopt, 44, false);
+    ASSERT_TRUE(photo);
+    EXPECT_EQ(std::tie(photo->width, photo->height), std::make_tuple(240, 160));  // as it is, whatever the bounds
+    EXPECT_NEAR(pixelAt(*photo, 0, 0)[3], 128, 1);  // the half-transparent border survives
+    EXPECT_FALSE(one->windowPicture(std::nullopt, 12345, true));
+    // Taken by a rectangle, a window still gives its own picture; framed, with the shadow's margins.
+    auto byBounds = one->windowPicture(WindowRect{0, 0, 50, 50}, 41, false);
+    ASSERT_TRUE(byBounds);
+    EXPECT_EQ(byBounds->pixels, one->windowPicture(std::nullopt, 41, false)->pixels);
+    const auto m = dropShadowMargins(2.0);
+    auto framed = one->windowPicture(std::nullopt, 41, true);
+    EXPECT_EQ(std::tie(framed->width, framed->height), std::make_tuple(800 + m.left + m.right, 600 + m.top + m.bottom));
+    EXPECT_FALSE(FixtureDesktop::load(fixture("busy-desktop.json"))->windowPicture(std::nullopt, 109, true));
+
+    // Off every screen: the largest scale; sizes are rounded.
     pvtest::ScratchDir dir;
     pvtest::writeText(dir.path / "desk.json", R"({
       "hostName": "h",
@@ -74,42 +85,11 @@ TEST(FixtureDesktop, WindowsOffEveryScreenUseTheLargestScale) {
       "windows": [ { "number": 1, "ownerPID": 2, "bounds": [500, 500, 10, 20], "picture": { "fill": [0, 0, 0, 255] } },
                    { "number": 2, "ownerPID": 2, "bounds": [10, 10, 10.4, 20.2], "picture": { "fill": [0, 0, 0, 255] } } ]
     })");
-    auto desktop = FixtureDesktop::load(dir / "desk.json");
+    desktop = FixtureDesktop::load(dir / "desk.json");
     auto away = desktop->windowPicture(std::nullopt, 1, false);
-    ASSERT_TRUE(away);
-    EXPECT_EQ(away->width, 30);
-    EXPECT_EQ(away->height, 60);
-    auto small = desktop->windowPicture(std::nullopt, 2, false);  // on the scale-1 screen, rounded
-    ASSERT_TRUE(small);
-    EXPECT_EQ(small->width, 10);
-    EXPECT_EQ(small->height, 20);
-}
-
-TEST(FixtureDesktop, PngAndNullPicturesAndUnknownWindows) {
-    auto one = FixtureDesktop::load(fixture("one-screen.json"));
-    auto photo = one->windowPicture(std::nullopt, 44, false);
-    ASSERT_TRUE(photo);
-    EXPECT_EQ(photo->width, 240);  // taken as it is, whatever the bounds
-    EXPECT_EQ(photo->height, 160);
-    EXPECT_NEAR(pixelAt(*photo, 0, 0)[3], 128, 1);  // the half-transparent border survives
-    EXPECT_FALSE(one->windowPicture(std::nullopt, 12345, true));
-    // Taken by a rectangle, a window still gives its own picture.
-    auto byBounds = one->windowPicture(WindowRect{0, 0, 50, 50}, 41, false);
-    auto own = one->windowPicture(std::nullopt, 41, false);
-    ASSERT_TRUE(byBounds && own);
-    EXPECT_EQ(std::tie(byBounds->pixels, byBounds->width), std::tie(own->pixels, own->width));
-    auto busy = FixtureDesktop::load(fixture("busy-desktop.json"));
-    EXPECT_FALSE(busy->windowPicture(std::nullopt, 109, false));
-    EXPECT_FALSE(busy->windowPicture(std::nullopt, 109, true));
-}
-
-TEST(FixtureDesktop, FramingAddsTheShadowMarginsAtThePictureScale) {
-    auto desktop = FixtureDesktop::load(fixture("one-screen.json"));
-    auto framed = desktop->windowPicture(std::nullopt, 41, true);
-    ASSERT_TRUE(framed);
-    const auto m = dropShadowMargins(2.0);
-    EXPECT_EQ(framed->width, 800 + m.left + m.right);
-    EXPECT_EQ(framed->height, 600 + m.top + m.bottom);
+    auto small = desktop->windowPicture(std::nullopt, 2, false);
+    ASSERT_TRUE(away && small);
+    EXPECT_EQ(std::tie(away->width, away->height, small->width, small->height), std::make_tuple(30, 60, 10, 20));
 }
 
 TEST(FixtureDesktop, ComposedDesktopShowsWindowsFrontOverBackBlendedOnBlack) {
@@ -140,16 +120,13 @@ TEST(FixtureDesktop, ConcurrentPicturesAreIdentical) {
     auto desktop = FixtureDesktop::load(fixture("busy-desktop.json"));
     const auto reference = desktop->windowPicture(std::nullopt, 108, true);
     ASSERT_TRUE(reference);
-    std::vector<std::thread> threads;
     std::atomic<int> mismatches{0};
-    for (int t = 0; t < 4; ++t) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
         threads.emplace_back([&] {
-            for (int i = 0; i < 3; ++i) {
-                auto p = desktop->windowPicture(std::nullopt, 108, true);
-                if (!p || p->pixels != reference->pixels) ++mismatches;
-            }
+            for (int i = 0; i < 3; ++i)
+                mismatches += desktop->windowPicture(std::nullopt, 108, true)->pixels != reference->pixels;
         });
-    }
     for (auto& t : threads) t.join();
     EXPECT_EQ(mismatches.load(), 0);
 }
@@ -216,30 +193,24 @@ TEST(FixtureDesktop, BadFilesNameTheFileAndTheKey) {
         {dir / "wrapping-pid.json", "windows[0].ownerPID: is out of range"},
         {dir / "png-folder.json", "windows[0].picture.png: cannot read"},
     };
-    for (const auto& [file, expected] : cases) {
+    const auto refusal = [](const std::string& file, uint64_t maxPixels) -> std::string {
         try {
-            FixtureDesktop::load(file);
-            ADD_FAILURE() << file << " was accepted";
+            FixtureDesktop::load(file, maxPixels);
         } catch (const FixtureError& e) {
-            const std::string message = e.what();
-            EXPECT_EQ(message.rfind(file + ": ", 0), 0u) << message;
-            EXPECT_NE(message.find(expected), std::string::npos) << message;
+            return e.what();
         }
+        return file + " was accepted";
+    };
+    for (const auto& [file, expected] : cases) {
+        const std::string message = refusal(file, kMaxFixturePicturePixels);
+        EXPECT_EQ(message.rfind(file + ": ", 0), 0u) << message;
+        EXPECT_NE(message.find(expected), std::string::npos) << message;
     }
-}
-
-TEST(FixtureDesktop, PicturesBeyondTheGivenPixelCountAreRefusedBeforeTheyAreMade) {
-    pvtest::ScratchDir dir;
+    // Pictures beyond the given pixel count are refused before they are made.
     pvtest::writeText(dir.path / "f.json", oneWindow("[0, 0, 40, 30]", "1", "[0, 0, 20, 20]"));
     EXPECT_NO_THROW(FixtureDesktop::load(dir / "f.json", 1200));
-    try {
-        FixtureDesktop::load(dir / "f.json", 399);
-        ADD_FAILURE() << "a 20x20 picture was made";
-    } catch (const FixtureError& e) {
-        EXPECT_NE(std::string(e.what()).find("windows[0].bounds: a picture of 20x20 pixels is more than the 399"),
-                  std::string::npos)
-            << e.what();
-    }
+    EXPECT_NE(refusal(dir / "f.json", 399).find("windows[0].bounds: a picture of 20x20 pixels is more than the 399"),
+              std::string::npos);
 }
 
 }  // namespace

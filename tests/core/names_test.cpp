@@ -20,20 +20,26 @@ TEST(UnicodeText, BrokenUTF8IsRepairedAndControlCharactersRemoved) {
     };
     for (const Case& c : {
              Case{"Caf\xC3\xA9 \xE6\x97\xA5 \xF0\x9F\x98\x80", "Caf\xC3\xA9 \xE6\x97\xA5 \xF0\x9F\x98\x80"},
-             Case{"\xC0\xAF", kFFFD + kFFFD},                   // overlong '/'
-             Case{"\xED\xA0\x80", kFFFD + kFFFD + kFFFD},       // a surrogate
+             Case{"\xC0\xAF", kFFFD + kFFFD},                          // overlong '/'
+             Case{"\xED\xA0\x80", kFFFD + kFFFD + kFFFD},              // a surrogate
              Case{"\xF4\x90\x80\x80", kFFFD + kFFFD + kFFFD + kFFFD},  // past U+10FFFF
-             Case{"a\xE6\x97" "b", "a" + kFFFD + "b"},          // cut short: one replacement
+             Case{"a\xE6\x97"
+                  "b",
+                  "a" + kFFFD + "b"},  // cut short: one replacement
              Case{"\xE6\x97", kFFFD},
              Case{"tab\tline\nreturn\r\x1b[31mred\x7f", "tablinereturn[31mred"},
-             Case{"\xC2\x85\xC2\x9B" "1m\xC2\xA0nbsp", "1m\xC2\xA0nbsp"},  // C1 controls go, NBSP stays
+             Case{"\xC2\x85\xC2\x9B"
+                  "1m\xC2\xA0nbsp",
+                  "1m\xC2\xA0nbsp"},  // C1 controls go, NBSP stays
              Case{std::string("nul\0byte", 8), "nulbyte"},
          }) {
         EXPECT_EQ(sanitizedText(c.in), c.out) << c.in;
     }
     EXPECT_EQ(repairUtf8("a\x1b\xFF"), "a\x1b" + kFFFD);  // repair alone keeps controls
     EXPECT_EQ(latin1ToUtf8("Z\xFCrich \xA9"), "Z\xC3\xBCrich \xC2\xA9");
-    EXPECT_EQ(sanitizedText(latin1ToUtf8("\x9B" "2J")), "2J");
+    EXPECT_EQ(sanitizedText(latin1ToUtf8("\x9B"
+                                         "2J")),
+              "2J");
     EXPECT_EQ(utf8ToUtf16("a\xC3\xA9\xF0\x9F\x98\x80\xFF"), (std::u16string{u'a', u'\u00E9', 0xD83D, 0xDE00, 0xFFFD}));
     EXPECT_EQ(codePointCount("a\xC3\xA9\xF0\x9F\x98\x80"), 3u);
 }
@@ -48,39 +54,27 @@ EnvironmentLookup lookupIn(const Environment& env) {
     };
 }
 
-TEST(DesktopEntryEnvironment, FoldersFollowTheBaseDirectoryRules) {
-    struct Case {
-        Environment env;
-        std::vector<std::string> folders;
-    };
-    for (const Case& c : {
-             Case{{{"HOME", "/home/u"}},
-                  {"/home/u/.local/share/applications", "/usr/local/share/applications", "/usr/share/applications"}},
-             Case{{{"HOME", "/h"}, {"XDG_DATA_HOME", "/x/"}, {"XDG_DATA_DIRS", "/a:relative:/b/:/a"}},
-                  {"/x/applications", "/a/applications", "/b/applications"}},
-             Case{{{"HOME", "/h"}, {"XDG_DATA_HOME", "relative"}, {"XDG_DATA_DIRS", "/s"}},
-                  {"/h/.local/share/applications", "/s/applications"}},
-         }) {
-        EXPECT_EQ(applicationFolders(lookupIn(c.env)), c.folders);
+// Folders by the base directory rules; locale keys from LANGUAGE, then the
+// messages locale (LC_ALL, LC_MESSAGES, LANG), as gettext takes them.
+TEST(DesktopEntryEnvironment, FoldersAndLocaleKeys) {
+    for (const auto& [env, folders] : std::vector<std::pair<Environment, std::vector<std::string>>>{
+             {{{"HOME", "/home/u"}},
+              {"/home/u/.local/share/applications", "/usr/local/share/applications", "/usr/share/applications"}},
+             {{{"HOME", "/h"}, {"XDG_DATA_HOME", "/x/"}, {"XDG_DATA_DIRS", "/a:relative:/b/:/a"}},
+              {"/x/applications", "/a/applications", "/b/applications"}},
+             {{{"HOME", "/h"}, {"XDG_DATA_HOME", "relative"}, {"XDG_DATA_DIRS", "/s"}},
+              {"/h/.local/share/applications", "/s/applications"}}}) {
+        EXPECT_EQ(applicationFolders(lookupIn(env)), folders);
     }
-}
-
-TEST(DesktopEntryEnvironment, LocaleKeysFollowLanguageThenTheMessagesLocale) {
-    struct Case {
-        Environment env;
-        std::vector<std::string> keys;
-    };
-    for (const Case& c : {
-             Case{{{"LANG", "de_DE.UTF-8"}}, {"de_DE", "de"}},
-             Case{{{"LANG", "sr_RS.UTF-8@latin"}}, {"sr_RS@latin", "sr_RS", "sr@latin", "sr"}},
-             Case{{{"LANGUAGE", "fr:pt_BR"}, {"LANG", "de_DE.UTF-8"}}, {"fr", "pt_BR", "pt", "de_DE", "de"}},
-             Case{{{"LC_MESSAGES", "it_IT.UTF-8"}, {"LANG", "de_DE.UTF-8"}}, {"it_IT", "it"}},
-             Case{{{"LC_ALL", "ja_JP.UTF-8"}, {"LC_MESSAGES", "it_IT"}}, {"ja_JP", "ja"}},
-             Case{{{"LC_ALL", "C"}, {"LANGUAGE", "fr"}}, {}},  // gettext ignores LANGUAGE in the C locale
-             Case{{{"LANG", "C.UTF-8"}, {"LANGUAGE", "fr"}}, {}},
-             Case{{}, {}},
-         }) {
-        EXPECT_EQ(preferredLocales(lookupIn(c.env)), c.keys);
+    for (const auto& [env, keys] : std::vector<std::pair<Environment, std::vector<std::string>>>{
+             {{{"LANG", "sr_RS.UTF-8@latin"}}, {"sr_RS@latin", "sr_RS", "sr@latin", "sr"}},
+             {{{"LANGUAGE", "fr:pt_BR"}, {"LANG", "de_DE.UTF-8"}}, {"fr", "pt_BR", "pt", "de_DE", "de"}},
+             {{{"LC_MESSAGES", "it_IT.UTF-8"}, {"LANG", "de_DE.UTF-8"}}, {"it_IT", "it"}},
+             {{{"LC_ALL", "ja_JP.UTF-8"}, {"LC_MESSAGES", "it_IT"}}, {"ja_JP", "ja"}},
+             {{{"LC_ALL", "C"}, {"LANGUAGE", "fr"}}, {}},  // gettext ignores LANGUAGE in the C locale
+             {{{"LANG", "C.UTF-8"}, {"LANGUAGE", "fr"}}, {}},
+             {{}, {}}}) {
+        EXPECT_EQ(preferredLocales(lookupIn(env)), keys);
     }
 }
 
@@ -92,7 +86,8 @@ protected:
 
     void write(const std::string& folder, const std::string& file, const std::string& keys) {
         std::filesystem::create_directories(std::filesystem::path(folder + "/" + file).parent_path());
-        std::ofstream(folder + "/" + file) << "# comment\n[Desktop Entry]\n" << keys << "\n[Desktop Action new]\nName=Other\n";
+        std::ofstream(folder + "/" + file) << "# comment\n[Desktop Entry]\n"
+                                           << keys << "\n[Desktop Action new]\nName=Other\n";
     }
 
     void SetUp() override {
@@ -125,7 +120,9 @@ TEST_F(DesktopEntriesTest, WindowsFindTheirEntryByIdClassOrProgram) {
         std::string name, icon;  // name empty: no entry
     };
     for (const Case& c : {
-             Case{"application id", {"org.example.Calculator", "gnome-calculator", "Gnome-calculator", ""}, "Rechner",
+             Case{"application id",
+                  {"org.example.Calculator", "gnome-calculator", "Gnome-calculator", ""},
+                  "Rechner",
                   "accessories-calculator"},
              Case{"StartupWMClass", {"", "Navigator", "firefox-esr", ""}, "Firefox ESR", "/opt/icons/firefox.png"},
              Case{"StartupWMClass by class", {"", "xterm", "XTerm", "/usr/bin/xterm"}, "XTerm", ""},

@@ -36,11 +36,11 @@ PictureRequest request(uint32_t window, bool framing = false, std::optional<Wind
 
 TEST(PictureBatch, EachRequestInOrderWithWhereItsFrameLies) {
     HookedServer server;
-    server.pictures[1] = Image(80, 60);                         // the frame at scale 2
-    server.pictures[2] = Image(80 + 2 * 24, 60 + 2 * 30);       // with a shadow 24 wide, 30 deep (10 above)
-    server.pictures[3] = Image(20, 20);                         // taken by a rectangle
-    const auto results =
-        server.takePictures({request(2, true), request(9), request(1), request(3, false, WindowRect{110, 60, 10, 10})}, 1s);
+    server.pictures[1] = Image(80, 60);                    // the frame at scale 2
+    server.pictures[2] = Image(80 + 2 * 24, 60 + 2 * 30);  // with a shadow 24 wide, 30 deep (10 above)
+    server.pictures[3] = Image(20, 20);                    // taken by a rectangle
+    const auto results = server.takePictures(
+        {request(2, true), request(9), request(1), request(3, false, WindowRect{110, 60, 10, 10})}, 1s);
     ASSERT_EQ(results.size(), 4u);
     // The calls went out in the order asked.
     ASSERT_EQ(server.requests.size(), 4u);

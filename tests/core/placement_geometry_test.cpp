@@ -35,11 +35,23 @@ TEST(SelectionDestination, WindowsLandWhereTheyStoodOnTheCanvas) {
     // Main screen 1440x900 points at factor 2 (canvas 2880x1800); a second
     // 1920x1080 to its right at y -180 (canvas origin 2880, -360).
     const Case cases[] = {
-        {"top edge 50 points down is 100 pixels down", {0, 0, 2880, 1800}, {100, 50, 800, 600}, 0, 0,
+        {"top edge 50 points down is 100 pixels down",
+         {0, 0, 2880, 1800},
+         {100, 50, 800, 600},
+         0,
+         0,
          {200, 100, 1600, 1200}},
-        {"shadow margins move it left and up, unscaled", {0, 0, 2880, 1800}, {100, 50, 800, 600}, 28, 24,
+        {"shadow margins move it left and up, unscaled",
+         {0, 0, 2880, 1800},
+         {100, 50, 800, 600},
+         28,
+         24,
          {172, 76, 1600, 1200}},
-        {"the second screen's canvas origin is subtracted", {2880, -360, 3840, 2160}, {1500, 0, 400, 300}, 0, 0,
+        {"the second screen's canvas origin is subtracted",
+         {2880, -360, 3840, 2160},
+         {1500, 0, 400, 300},
+         0,
+         0,
          {120, 0, 800, 600}},
     };
     for (const Case& c : cases) {
@@ -69,7 +81,10 @@ TEST(LayerLocation, TheWindowsPlaceOnTheCanvasForAnyArrangement) {
         {"at scale 2", {0, 0, 2560, 1600}, 2, {100, 40, 300, 200}, {200, 80, 600, 400}},
         {"a screen stacked above the main one", {0, 0, 1280, 1600}, 1, {100, -700, 300, 200}, {100, 100, 300, 200}},
         {"a screen stacked below the main one", {0, -800, 1280, 1600}, 1, {100, 900, 300, 200}, {100, 900, 300, 200}},
-        {"a taller screen to the left, its top higher", {-1600, 0, 2880, 1100}, 1, {-1500, -250, 300, 200},
+        {"a taller screen to the left, its top higher",
+         {-1600, 0, 2880, 1100},
+         1,
+         {-1500, -250, 300, 200},
          {100, 50, 300, 200}},
         {"main at the lower right of a grid", {-1280, 0, 2560, 1600}, 1, {-100, -100, 300, 200}, {1180, 700, 300, 200}},
         {"a selection of the upper screen only", {0, 800, 1280, 800}, 1, {100, -700, 300, 200}, {100, 100, 300, 200}},

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <optional>
 
@@ -20,8 +20,8 @@ namespace {
 namespace fs = std::filesystem;
 
 void writeBytes(const fs::path& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 // A PNG written with libpng directly, as other programs make them: any colour
@@ -44,8 +44,8 @@ void writeRawPng(const fs::path& path, const RawPng& raw) {
     png_infop info = png_create_info_struct(png);
     png_init_io(png, f);
     png_set_IHDR(png, info, static_cast<png_uint_32>(raw.width), static_cast<png_uint_32>(raw.height), raw.bitDepth,
-                 raw.colorType, raw.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
-                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+                 raw.colorType, raw.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
     if (!raw.palette.empty()) png_set_PLTE(png, info, raw.palette.data(), static_cast<int>(raw.palette.size()));
     if (!raw.paletteAlpha.empty()) {
         png_set_tRNS(png, info, raw.paletteAlpha.data(), static_cast<int>(raw.paletteAlpha.size()), nullptr);
@@ -107,8 +107,8 @@ TEST_F(Png, EveryPremultipliedValueSurvivesTheRoundTripAndFilesHoldStraightAlpha
     EXPECT_EQ(back->pixels, image.pixels);
 
     Image straight(3, 1);
-    straight.pixels = {64, 32, 0, 128,     // half transparent: colours doubled in the file
-                       90, 40, 10, 0,      // nothing visible: stored as transparent black
+    straight.pixels = {64,  32,  0,  128,  // half transparent: colours doubled in the file
+                       90,  40,  10, 0,    // nothing visible: stored as transparent black
                        200, 100, 50, 255};
     EXPECT_EQ(storedRgba(encodePNG(straight)), (std::vector<uint8_t>{128, 64, 0, 128, 0, 0, 0, 0, 200, 100, 50, 255}));
 }
@@ -136,7 +136,8 @@ TEST_F(Png, OtherProgramsFilesBecomePremultipliedRgba) {
         std::vector<std::tuple<int, int, Px>> expected;  // x, y, pixel
     };
     const Case cases[] = {
-        {"grey", {2, 2, PNG_COLOR_TYPE_GRAY, 8, false, {0, 128, 255, 7}, {}, {}},
+        {"grey",
+         {2, 2, PNG_COLOR_TYPE_GRAY, 8, false, {0, 128, 255, 7}, {}, {}},
          {{1, 0, {128, 128, 128, 255}}, {1, 1, {7, 7, 7, 255}}}},
         // Two bits per pixel: entries 0 (clear), 1 (half-transparent red), 2 (opaque blue).
         {"palette with transparency",
@@ -144,8 +145,12 @@ TEST_F(Png, OtherProgramsFilesBecomePremultipliedRgba) {
          {{0, 0, {0, 0, 0, 0}}, {1, 0, {128, 0, 0, 128}}, {2, 0, {0, 0, 255, 255}}}},
         // Opaque bottom row: grey 0x50F0 / 257 = 80.6, rounded to 81 (not 80).
         // Alpha 0x30F0 / 257 = 48.7 gives 49; grey 0x40F0 gives 65, 65 * 49 / 255 = 12.49.
-        {"16-bit interlaced grey with alpha", grey16Interlaced(),
-         {{5, 8, {81, 81, 81, 255}}, {4, 3, {12, 12, 12, 49}}, {0, 8, {1, 1, 1, 255}}, {8, 8, {128, 128, 128, 255}},
+        {"16-bit interlaced grey with alpha",
+         grey16Interlaced(),
+         {{5, 8, {81, 81, 81, 255}},
+          {4, 3, {12, 12, 12, 49}},
+          {0, 8, {1, 1, 1, 255}},
+          {8, 8, {128, 128, 128, 255}},
           {8, 0, {1, 1, 1, 1}}}},
     };
     for (const Case& c : cases) {
@@ -160,8 +165,14 @@ TEST_F(Png, OtherProgramsFilesBecomePremultipliedRgba) {
 
 TEST_F(Png, UnreadableOrOversizedFilesAreRefusedWithAReason) {
     // Grey rows of one byte per pixel: a 30001-pixel row costs 30 KB, not 120.
-    writeRawPng(dir_.path / "wide.png", RawPng{kMaxPictureSide + 1, 1, PNG_COLOR_TYPE_GRAY, 8, false,
-                                               std::vector<uint8_t>(kMaxPictureSide + 1, 7), {}, {}});
+    writeRawPng(dir_.path / "wide.png", RawPng{kMaxPictureSide + 1,
+                                               1,
+                                               PNG_COLOR_TYPE_GRAY,
+                                               8,
+                                               false,
+                                               std::vector<uint8_t>(kMaxPictureSide + 1, 7),
+                                               {},
+                                               {}});
     writeBytes(dir_.path / "junk.png", {'n', 'o', 't', ' ', 'a', ' ', 'p', 'n', 'g'});
     const std::vector<uint8_t> small = encodePNG(Image::filled(10, 10, 1, 2, 3, 255));
     EXPECT_TRUE(readPNGData(small.data(), small.size(), nullptr, 100));
@@ -207,7 +218,8 @@ TEST(DropShadow, MarginsAndShapeAroundOpaqueWindows) {
             for (int x = 0; x < c.width; x += 9) ASSERT_EQ(pixel(out, c.left + x, c.top + y), (Px{0, 200, 0, 255}));
         const auto alphaAt = [&](int x, int y) { return pixel(out, x, y)[3]; };
         for (int y = 0; y < out.height; y += 5)
-            for (int x = 0; x < c.left; x += 3) ASSERT_EQ(alphaAt(x, y), alphaAt(out.width - 1 - x, y)) << x << "," << y;
+            for (int x = 0; x < c.left; x += 3)
+                ASSERT_EQ(alphaAt(x, y), alphaAt(out.width - 1 - x, y)) << x << "," << y;
         // Down the middle, outside the window: black, darkest below it, never a solid band.
         const int mid = out.width / 2;
         int darkest = 0, darkestY = -1;
@@ -220,7 +232,7 @@ TEST(DropShadow, MarginsAndShapeAroundOpaqueWindows) {
         EXPECT_LT(darkest, 255 / 2);
         EXPECT_EQ(pixel(out, mid, darkestY)[0], 0);
         EXPECT_GT(alphaAt(mid, c.top + c.height + 4), alphaAt(mid, c.top - 4));  // deeper below than above
-        for (int x = 0; x < out.width; ++x) {  // the blur stays inside the margins
+        for (int x = 0; x < out.width; ++x) {                                    // the blur stays inside the margins
             EXPECT_EQ(alphaAt(x, 0), 0) << x;
             EXPECT_EQ(alphaAt(x, out.height - 1), 0) << x;
         }

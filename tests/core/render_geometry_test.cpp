@@ -51,46 +51,29 @@ TEST(RenderGeometryDraw, TheFrameCoversTheAreaAndGrowsPastItWithTheMargin) {
     }
 }
 
-TEST(RenderGeometryDraw, WithoutAPictureOnlyTheCheckerboardIsPlanned) {
+// Squares of 8 points from a white corner, as many as reach into the frame
+// (a frame zoomed far beyond the integers keeps counts that fit); without a
+// picture only the checkerboard is planned.
+TEST(RenderGeometryCheckerboard, CountsSquaresReachingIntoTheFrame) {
+    for (const auto& [frame, rows, columns] : {std::tuple{Size{20, 20}, 3, 3},
+                                               {Size{16, 16}, 3, 3},
+                                               {Size{100, 7}, 1, 13},
+                                               {Size{40, -10}, 0, 0},
+                                               {Size{1e300, 1e15}, 1'000'000'000, 1'000'000'000}}) {
+        const auto board = RenderGeometry::checkerboardFor(frame);
+        EXPECT_EQ(std::tie(board.rows, board.columns), std::tie(rows, columns)) << frame.width << "x" << frame.height;
+    }
+    using B = RenderGeometry::Checkerboard;
+    EXPECT_EQ(std::make_tuple(B::isGrey(0, 0), B::isGrey(0, 1), B::isGrey(1, 0), B::isGrey(1, 1)),
+              std::make_tuple(false, true, true, false));
+    EXPECT_EQ(B::square(1, 2), (Rect{16, 8, 8, 8}));
+
     RenderGeometry g;
     g.setFrame({0, 0, 20, 20});
     const auto plan = g.drawPass(kVisible);
     EXPECT_EQ(plan.frame, (Rect{0, 0, 20, 20}));
     EXPECT_FALSE(plan.picture);
     EXPECT_EQ(plan.checkerboard.rows, 3);
-    EXPECT_EQ(g.pointerOffsetX(), 0.0f);
-    EXPECT_EQ(g.pointerOffsetY(), 0.0f);
-}
-
-TEST(RenderGeometryCheckerboard, CountsSquaresBeyondTheFrame) {
-    const auto b20 = RenderGeometry::checkerboardFor({20, 20});
-    EXPECT_EQ(b20.rows, 3);
-    EXPECT_EQ(b20.columns, 3);
-    // 16 by 16 also gets 3 by 3: the last row and column lie wholly outside.
-    const auto b16 = RenderGeometry::checkerboardFor({16, 16});
-    EXPECT_EQ(b16.rows, 3);
-    EXPECT_EQ(b16.columns, 3);
-    EXPECT_EQ(RenderGeometry::Checkerboard::square(2, 2).minX(), 16.0);
-    const auto wide = RenderGeometry::checkerboardFor({100, 7});
-    EXPECT_EQ(wide.rows, 1);
-    EXPECT_EQ(wide.columns, 13);
-    // A degenerate frame draws nothing.
-    const auto none = RenderGeometry::checkerboardFor({40, -10});
-    EXPECT_EQ(none.rows, 0);
-    EXPECT_EQ(none.columns, 0);
-    // A frame zoomed far beyond the integers keeps counts that fit.
-    const auto vast = RenderGeometry::checkerboardFor({1e300, 1e15});
-    EXPECT_EQ(vast.rows, 1'000'000'000);
-    EXPECT_EQ(vast.columns, 1'000'000'000);
-}
-
-TEST(RenderGeometryCheckerboard, GreySquaresAlternateFromAWhiteCorner) {
-    using B = RenderGeometry::Checkerboard;
-    EXPECT_FALSE(B::isGrey(0, 0));
-    EXPECT_TRUE(B::isGrey(0, 1));
-    EXPECT_TRUE(B::isGrey(1, 0));
-    EXPECT_FALSE(B::isGrey(1, 1));
-    EXPECT_EQ(B::square(1, 2), (Rect{16, 8, 8, 8}));
 }
 
 // Fits pick the axis by shape, not by the quotients; they never enlarge; a
@@ -132,40 +115,33 @@ TEST(RenderGeometryFit, FitAllAndFitWidth) {
     EXPECT_EQ(g.frame(), (Rect{0, 0, 784, 600}));  // the full height
 }
 
-TEST(RenderGeometryZoom, ZoomInMultipliesInSinglePrecisionWithoutLimit) {
+// Zooming in multiplies by 1.1 in single precision without limit; zooming out
+// has no lower limit but never shrinks the frame below the visible area; the
+// next drawing pass sizes the frame from the new scale.
+TEST(RenderGeometryZoom, StepsOfATenthAndAFrameNeverSmallerThanTheArea) {
     auto g = withPicture(400, 300);
     g.setFrame({0, 0, 800, 600});
     g.zoomIn();
-    EXPECT_EQ(g.scale(), 1.10000002f);
-    EXPECT_EQ(g.frame(), (Rect{0, 0, 800 * 1.1, 600 * 1.1}));
     g.zoomIn();
     EXPECT_EQ(g.scale(), 1.21000004f);
+    EXPECT_EQ(g.frame(), (Rect{0, 0, 800 * 1.1 * 1.1, 600 * 1.1 * 1.1}));
     for (int i = 0; i < 100; ++i) g.zoomIn();
     EXPECT_GT(g.scale(), 10000.0f);
-}
 
-TEST(RenderGeometryZoom, ZoomOutNeverShrinksTheFrameBelowTheVisibleArea) {
-    auto g = withPicture(400, 300);
-    g.setFrame({0, 0, 900, 700});
-    g.zoomOut(kVisible);
-    EXPECT_EQ(g.scale(), 0.9f);
-    EXPECT_EQ(g.frame(), (Rect{0, 0, 810, 630}));
-    g.setFrame({0, 0, 850, 650});
-    g.zoomOut(kVisible);
-    EXPECT_EQ(g.frame(), (Rect{0, 0, 800, 600}));
-    // Each axis on its own.
-    g.setFrame({0, 0, 2000, 650});
-    g.zoomOut(kVisible);
-    EXPECT_EQ(g.frame(), (Rect{0, 0, 1800, 600}));
-}
-
-TEST(RenderGeometryZoom, ZoomOutHasNoLowerLimitAndTheNextPassFollowsTheScale) {
-    auto g = withPicture(1000, 500);
+    g.setScale(1);
+    for (const auto& [before, after] : {std::pair{Rect{0, 0, 900, 700}, Rect{0, 0, 810, 630}},
+                                        {Rect{0, 0, 850, 650}, Rect{0, 0, 800, 600}},
+                                        {Rect{0, 0, 2000, 650}, Rect{0, 0, 1800, 600}}}) {  // each axis on its own
+        g.setFrame(before);
+        g.zoomOut(kVisible);
+        EXPECT_EQ(g.frame(), after);
+    }
+    EXPECT_FLOAT_EQ(g.scale(), 0.729f);
     for (int i = 0; i < 50; ++i) g.zoomOut(kVisible);
     EXPECT_GT(g.scale(), 0.0f);
     EXPECT_LT(g.scale(), 0.01f);
-    // The next drawing pass sizes the frame from the new scale.
-    g.setScale(2.0f);
+
+    g = withPicture(1000, 500, 2.0f);
     g.zoomIn();
     const auto plan = g.drawPass(kVisible);
     EXPECT_EQ(plan.frame, (Rect{0, 0, 2216, 1116}));

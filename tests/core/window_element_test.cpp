@@ -18,7 +18,7 @@ TEST(WindowElement, LookupsFindDirectScreensAndTheFirstApplicationInPreOrder) {
     EXPECT_FALSE(outer->findScreen(1));  // a deeper screen is not found
     EXPECT_EQ(t.root->findElement(311), t.leftEditor);
     EXPECT_EQ(t.right->findParent(311), t.rightEditor);
-    EXPECT_FALSE(t.root->findElement(1));  // screen 1 is not an application
+    EXPECT_FALSE(t.root->findElement(1));   // screen 1 is not an application
     EXPECT_FALSE(t.root->findElement(51));  // nor is window 51
 
     // Every node containing a point, in pre-order: the screen's frame, then the shared window under each screen.
@@ -38,7 +38,7 @@ TEST(WindowElement, ChildrenIsASnapshotAndRemovalTakesEveryOccurrence) {
     EXPECT_EQ(snapshot.size(), 3u);
     EXPECT_TRUE(t.leftEditor->isLeaf());
     EXPECT_EQ(t.rightEditor->children(), std::vector<PVWindowElement::Ptr>{t.across});  // still under the other screen
-    t.rightEditor->removeChild(t.notes.get());  // not a child: nothing changes
+    t.rightEditor->removeChild(t.notes.get());                                          // not a child: nothing changes
     EXPECT_EQ(t.rightEditor->childCount(), 1u);
 }
 
