@@ -1,4 +1,4 @@
-// Big-endian values and PackBits encoding of sampled channel bytes.
+// PackBits encoding of sampled channel bytes.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -26,21 +26,6 @@ Bytes concat(std::initializer_list<Bytes> parts) {
 
 }  // namespace
 
-TEST(AppendValue, WritesTheLowBytesMostSignificantFirst) {
-    struct Case {
-        int64_t value;
-        int length;
-        Bytes out;
-    };
-    for (const Case& c :
-         {Case{300, 2, {0x01, 0x2C}}, Case{65537, 2, {0x00, 0x01}}, Case{104, 4, {0, 0, 0, 0x68}},
-          Case{0x0102030405060708LL, 8, {1, 2, 3, 4, 5, 6, 7, 8}}, Case{-4, 2, {0xFF, 0xFC}}, Case{12345, 0, {}}}) {
-        Bytes b{0xAA};
-        appendValue(b, c.value, c.length);
-        EXPECT_EQ(b, concat({{0xAA}, c.out})) << c.value;
-    }
-}
-
 TEST(PackBits, EncodesTheReferenceTable) {
     const Bytes b128 = alternating(128), b129 = alternating(129), mixed = concat({alternating(129), Bytes(200, 0)});
     struct Case {
@@ -65,18 +50,6 @@ TEST(PackBits, EncodesTheReferenceTable) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(packedBitsForRange(c.in.data(), c.in.size(), 0, c.in.size(), 1), c.out) << c.in.size() << " bytes";
-}
-
-TEST(PackBits, SamplesOneChannelOfAnRGBARow) {
-    // Four pixels: blue bytes 7 7 7 9, alpha all 255.
-    const Bytes row{1, 2, 7, 255, 3, 4, 7, 255, 5, 6, 7, 255, 8, 8, 9, 255};
-    EXPECT_EQ(packedBitsForRange(row.data(), row.size(), 2, row.size(), 4), (Bytes{0xFE, 7, 0x00, 9}));
-    EXPECT_EQ(packedBitsForRange(row.data(), row.size(), 0, row.size(), 4), (Bytes{0x03, 1, 3, 5, 8}));
-    EXPECT_TRUE(packedBitsForRange(row.data(), row.size(), 0, 3, 0).empty());
-    // The result is appended after what is there.
-    Bytes out{0xEE};
-    EXPECT_EQ(appendPackedBits(out, row.data(), row.size(), 3, row.size(), 4), 2u);
-    EXPECT_EQ(out, (Bytes{0xEE, 0xFD, 255}));
 }
 
 TEST(PackBits, RoundTripsRandomRowsThroughAnIndependentDecoder) {

@@ -165,7 +165,7 @@ TEST(PSDWriter, MergedImageIsMattedOverWhiteAndStoredChannelByChannel) {
     };
     Bytes merged;
     for (const Case& c : cases) merged.insert(merged.end(), c.premultiplied.begin(), c.premultiplied.end());
-    const Bytes stored = write({std::size(cases), 1}, merged, {}).psd.mergedPixels();
+    const Bytes stored = write({std::size(cases), 1}, merged, {}).psd.merged;
     for (size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(cases[i].what);
         EXPECT_EQ(Bytes(stored.begin() + 4 * i, stored.begin() + 4 * i + 4), cases[i].stored);
@@ -176,7 +176,7 @@ TEST(PSDWriter, MergedImageIsMattedOverWhiteAndStoredChannelByChannel) {
     for (int i = 0; i < 21; ++i) noise.insert(noise.end(), {uint8_t(i * 11), uint8_t(i), uint8_t(255 - i), 255});
     const PsdFile p = write({7.9, 3.5}, noise, {}).psd;
     EXPECT_EQ(std::tie(p.width, p.height, p.layerCount, p.layerInfoLength), std::make_tuple(7u, 3u, int16_t(0), 2u));
-    EXPECT_EQ(p.mergedPixels(), noise);
+    EXPECT_EQ(p.merged, noise);
 }
 
 // Each record keeps an ASCII Pascal name (255 bytes at most, `?` for each

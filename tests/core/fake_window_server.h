@@ -1,6 +1,7 @@
 #pragma once
 // A window server whose screens, windows and pictures a test sets directly.
 
+#include <functional>
 #include <map>
 
 #include "platform/window_server.h"
@@ -15,6 +16,7 @@ public:
     std::vector<WindowListEntry> windows;
     std::map<uint32_t, Image> pictures;  // by window number
     bool failDisplayLookup = false;
+    std::function<void(uint32_t)> beforePicture;  // acts first: cancels a batch, throws
 
     // What the last windowPicture call asked for.
     struct PictureRequest {
@@ -38,6 +40,7 @@ public:
     }
     std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t number,
                                        bool framing) override {
+        if (beforePicture) beforePicture(number);
         requests.push_back({bounds, number, framing});
         auto it = pictures.find(number);
         if (it == pictures.end()) return std::nullopt;

@@ -3,8 +3,6 @@
 // between requests, a server lost midway; and shots made of such pictures.
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "capture/window_shot.h"
 #include "tests/core/fake_window_server.h"
 
@@ -12,17 +10,6 @@ namespace pv {
 namespace {
 
 using namespace std::chrono_literals;
-
-// A fake whose picture calls can act first (cancel a batch, fail).
-class HookedServer : public test::FakeWindowServer {
-public:
-    std::function<void(uint32_t)> beforePicture;
-    std::optional<Image> windowPicture(const std::optional<WindowRect>& bounds, uint32_t number,
-                                       bool framing) override {
-        if (beforePicture) beforePicture(number);
-        return FakeWindowServer::windowPicture(bounds, number, framing);
-    }
-};
 
 PictureRequest request(uint32_t window, bool framing = false, std::optional<WindowRect> bounds = std::nullopt) {
     PictureRequest r;
@@ -35,7 +22,7 @@ PictureRequest request(uint32_t window, bool framing = false, std::optional<Wind
 }
 
 TEST(PictureBatch, EachRequestInOrderWithWhereItsFrameLies) {
-    HookedServer server;
+    test::FakeWindowServer server;
     server.pictures[1] = Image(80, 60);                    // the frame at scale 2
     server.pictures[2] = Image(80 + 2 * 24, 60 + 2 * 30);  // with a shadow 24 wide, 30 deep (10 above)
     server.pictures[3] = Image(20, 20);                    // taken by a rectangle
@@ -62,7 +49,7 @@ TEST(PictureBatch, EachRequestInOrderWithWhereItsFrameLies) {
 TEST(PictureBatch, CancellingTakesEffectBeforeTheNextRequest) {
     for (const bool throughTheFlag : {false, true}) {
         SCOPED_TRACE(throughTheFlag);
-        HookedServer server;
+        test::FakeWindowServer server;
         for (uint32_t n = 1; n <= 3; ++n) server.pictures[n] = Image(4, 4);
         std::unique_ptr<PictureBatch> batch;
         std::atomic<bool> stop{false};
@@ -83,7 +70,7 @@ TEST(PictureBatch, CancellingTakesEffectBeforeTheNextRequest) {
 }
 
 TEST(PictureBatch, AServerLostMidwayEndsTheRestAndCallersHearOfIt) {
-    HookedServer server;
+    test::FakeWindowServer server;
     for (uint32_t n = 1; n <= 3; ++n) server.pictures[n] = Image(4, 4);
     server.beforePicture = [](uint32_t n) {
         if (n == 2) throw PlatformError("X display connection lost");

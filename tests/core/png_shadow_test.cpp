@@ -1,14 +1,10 @@
 // PNG files to and from premultiplied pictures, and the drop shadow.
 #include <gtest/gtest.h>
-
 #include <png.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <optional>
 
 #include "platform/drop_shadow.h"
 #include "platform/png_io.h"
@@ -16,13 +12,6 @@
 
 namespace pv {
 namespace {
-
-namespace fs = std::filesystem;
-
-void writeBytes(const fs::path& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
 
 // A PNG written with libpng directly, as other programs make them: any colour
 // type and depth, optionally with a palette, a transparency chunk or interlacing.
@@ -37,7 +26,7 @@ struct RawPng {
     std::vector<uint8_t> paletteAlpha;
 };
 
-void writeRawPng(const fs::path& path, const RawPng& raw) {
+void writeRawPng(const std::string& path, const RawPng& raw) {
     FILE* f = std::fopen(path.c_str(), "wb");
     ASSERT_TRUE(f);
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
@@ -47,9 +36,8 @@ void writeRawPng(const fs::path& path, const RawPng& raw) {
                  raw.colorType, raw.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
     if (!raw.palette.empty()) png_set_PLTE(png, info, raw.palette.data(), static_cast<int>(raw.palette.size()));
-    if (!raw.paletteAlpha.empty()) {
+    if (!raw.paletteAlpha.empty())
         png_set_tRNS(png, info, raw.paletteAlpha.data(), static_cast<int>(raw.paletteAlpha.size()), nullptr);
-    }
     png_write_info(png, info);
     const size_t stride = raw.rows.size() / static_cast<size_t>(raw.height);
     std::vector<png_bytep> rows;
@@ -60,17 +48,6 @@ void writeRawPng(const fs::path& path, const RawPng& raw) {
     std::fclose(f);
 }
 
-// The bytes of an 8-bit RGBA PNG exactly as stored, without any conversion.
-std::vector<uint8_t> storedRgba(const std::vector<uint8_t>& file) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_memory(&image, file.data(), file.size())) return {};
-    image.format = PNG_FORMAT_RGBA;
-    std::vector<uint8_t> out(PNG_IMAGE_SIZE(image));
-    if (!png_image_finish_read(&image, nullptr, out.data(), 0, nullptr)) return {};
-    return out;
-}
-
 using Px = std::vector<int>;
 
 Px pixel(const Image& image, int x, int y) {
@@ -78,18 +55,7 @@ Px pixel(const Image& image, int x, int y) {
     return {p[0], p[1], p[2], p[3]};
 }
 
-class Png : public ::testing::Test {
-protected:
-    std::optional<Image> readBack(const std::string& name) {
-        std::string error;
-        auto image = readPNG(dir_ / name, &error);
-        EXPECT_TRUE(image) << error;
-        return image;
-    }
-    pvtest::ScratchDir dir_;
-};
-
-TEST_F(Png, EveryPremultipliedValueSurvivesTheRoundTripAndFilesHoldStraightAlpha) {
+TEST(Png, EveryPremultipliedValueSurvivesTheRoundTripAndFilesHoldStraightAlpha) {
     // Each colour value c <= a for every alpha a: 33,152 pixels, 128 rows of 259.
     Image image(259, 128);
     size_t i = 0;
@@ -101,35 +67,33 @@ TEST_F(Png, EveryPremultipliedValueSurvivesTheRoundTripAndFilesHoldStraightAlpha
             image.pixels[i + 3] = static_cast<uint8_t>(a);
         }
     }
-    writeBytes(dir_.path / "every.png", encodePNG(image));
-    auto back = readBack("every.png");
-    ASSERT_TRUE(back);
-    EXPECT_EQ(back->pixels, image.pixels);
+    std::vector<uint8_t> file = encodePNG(image);
+    EXPECT_EQ(readPNGData(file.data(), file.size(), nullptr)->pixels, image.pixels);
 
+    // Read as stored by libpng itself: half transparent colours doubled,
+    // nothing visible stored as transparent black.
     Image straight(3, 1);
-    straight.pixels = {64,  32,  0,  128,  // half transparent: colours doubled in the file
-                       90,  40,  10, 0,    // nothing visible: stored as transparent black
-                       200, 100, 50, 255};
-    EXPECT_EQ(storedRgba(encodePNG(straight)), (std::vector<uint8_t>{128, 64, 0, 128, 0, 0, 0, 0, 200, 100, 50, 255}));
+    straight.pixels = {64, 32, 0, 128, 90, 40, 10, 0, 200, 100, 50, 255};
+    file = encodePNG(straight);
+    png_image stored{};
+    stored.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_memory(&stored, file.data(), file.size()));
+    EXPECT_EQ(std::tie(stored.format, stored.width), std::make_tuple(png_uint_32(PNG_FORMAT_RGBA), png_uint_32(3)));
+    std::vector<uint8_t> bytes(PNG_IMAGE_SIZE(stored));
+    ASSERT_TRUE(png_image_finish_read(&stored, nullptr, bytes.data(), 0, nullptr));
+    EXPECT_EQ(bytes, (std::vector<uint8_t>{128, 64, 0, 128, 0, 0, 0, 0, 200, 100, 50, 255}));
+    EXPECT_TRUE(encodePNG(Image()).empty());
 }
 
-// 16 bits, grey and alpha, 9x9 so that every interlace pass has pixels; grey
-// rises along x, alpha along y. Low bytes of 0xF0 make rounding differ from
-// dropping them.
-RawPng grey16Interlaced() {
-    RawPng raw{9, 9, PNG_COLOR_TYPE_GRAY_ALPHA, 16, true, {}, {}, {}};
-    for (int y = 0; y < 9; ++y) {
-        for (int x = 0; x < 9; ++x) {
-            for (int v : {x * 0x1000 + 0xF0, y == 8 ? 0xFFFF : y * 0x1000 + 0xF0}) {
-                raw.rows.push_back(static_cast<uint8_t>(v >> 8));
-                raw.rows.push_back(static_cast<uint8_t>(v & 0xFF));
-            }
-        }
-    }
-    return raw;
-}
-
-TEST_F(Png, OtherProgramsFilesBecomePremultipliedRgba) {
+TEST(Png, OtherProgramsFilesBecomePremultipliedRgbaOrAreRefusedWithAReason) {
+    // 16 bits, grey and alpha, 9x9 so that every interlace pass has pixels; grey
+    // rises along x, alpha along y. Low bytes of 0xF0 make rounding differ from
+    // dropping them.
+    RawPng grey16{9, 9, PNG_COLOR_TYPE_GRAY_ALPHA, 16, true, {}, {}, {}};
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 9; ++x)
+            for (int v : {x * 0x1000 + 0xF0, y == 8 ? 0xFFFF : y * 0x1000 + 0xF0})
+                grey16.rows.insert(grey16.rows.end(), {uint8_t(v >> 8), uint8_t(v & 0xFF)});
     struct Case {
         const char* what;
         RawPng raw;
@@ -146,56 +110,47 @@ TEST_F(Png, OtherProgramsFilesBecomePremultipliedRgba) {
         // Opaque bottom row: grey 0x50F0 / 257 = 80.6, rounded to 81 (not 80).
         // Alpha 0x30F0 / 257 = 48.7 gives 49; grey 0x40F0 gives 65, 65 * 49 / 255 = 12.49.
         {"16-bit interlaced grey with alpha",
-         grey16Interlaced(),
-         {{5, 8, {81, 81, 81, 255}},
-          {4, 3, {12, 12, 12, 49}},
-          {0, 8, {1, 1, 1, 255}},
-          {8, 8, {128, 128, 128, 255}},
-          {8, 0, {1, 1, 1, 1}}}},
+         grey16,
+         {{5, 8, {81, 81, 81, 255}}, {4, 3, {12, 12, 12, 49}}, {0, 8, {1, 1, 1, 255}}, {8, 0, {1, 1, 1, 1}}}},
     };
+    pvtest::ScratchDir dir;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        writeRawPng(dir_.path / "other.png", c.raw);
-        auto image = readBack("other.png");
-        ASSERT_TRUE(image);
+        writeRawPng(dir / "other.png", c.raw);
+        std::string error;
+        auto image = readPNG(dir / "other.png", &error);
+        ASSERT_TRUE(image) << error;
         ASSERT_EQ(std::tie(image->width, image->height), std::tie(c.raw.width, c.raw.height));
         for (const auto& [x, y, px] : c.expected) EXPECT_EQ(pixel(*image, x, y), px) << x << "," << y;
     }
-}
 
-TEST_F(Png, UnreadableOrOversizedFilesAreRefusedWithAReason) {
     // Grey rows of one byte per pixel: a 30001-pixel row costs 30 KB, not 120.
-    writeRawPng(dir_.path / "wide.png", RawPng{kMaxPictureSide + 1,
-                                               1,
-                                               PNG_COLOR_TYPE_GRAY,
-                                               8,
-                                               false,
-                                               std::vector<uint8_t>(kMaxPictureSide + 1, 7),
-                                               {},
-                                               {}});
-    writeBytes(dir_.path / "junk.png", {'n', 'o', 't', ' ', 'a', ' ', 'p', 'n', 'g'});
+    writeRawPng(dir / "wide.png", RawPng{kMaxPictureSide + 1,
+                                         1,
+                                         PNG_COLOR_TYPE_GRAY,
+                                         8,
+                                         false,
+                                         std::vector<uint8_t>(kMaxPictureSide + 1, 7),
+                                         {},
+                                         {}});
+    pvtest::writeText(dir.path / "junk.png", "not a png");
     const std::vector<uint8_t> small = encodePNG(Image::filled(10, 10, 1, 2, 3, 255));
     EXPECT_TRUE(readPNGData(small.data(), small.size(), nullptr, 100));
-    struct Case {
-        std::function<std::optional<Image>(std::string*)> read;
-        const char* reason;
-    };
-    const Case cases[] = {
-        {[&](std::string* e) { return readPNG("/no/such/file.png", e); }, ""},
-        {[&](std::string* e) { return readPNG(dir_ / "junk.png", e); }, ""},
-        {[&](std::string* e) { return readPNG(dir_ / "wide.png", e); }, "too large (30001x1 pixels)"},
-        {[&](std::string* e) { return readPNGData(small.data(), small.size(), e, 99); }, "too large (10x10 pixels)"},
-        {[&](std::string* e) { return readPNGData(small.data(), 0, e); }, ""},
-        {[&](std::string* e) { return readPNGData(small.data(), small.size() / 2, e); }, ""},  // cut short
-    };
-    for (const Case& c : cases) {
+    using Read = std::function<std::optional<Image>(std::string*)>;
+    for (const auto& [read, reason] : std::vector<std::pair<Read, std::string>>{
+             {[&](std::string* e) { return readPNG("/no/such/file.png", e); }, "No such file"},
+             {[&](std::string* e) { return readPNG(dir / "junk.png", e); }, ""},
+             {[&](std::string* e) { return readPNG(dir / "wide.png", e); }, "too large (30001x1 pixels)"},
+             {[&](std::string* e) { return readPNGData(small.data(), small.size(), e, 99); },
+              "too large (10x10 pixels)"},
+             {[&](std::string* e) { return readPNGData(small.data(), 0, e); }, ""},
+             {[&](std::string* e) { return readPNGData(small.data(), small.size() / 2, e); }, ""}}) {  // cut short
         std::string error;
-        EXPECT_FALSE(c.read(&error));
-        EXPECT_FALSE(c.read(nullptr));  // a caller may not want the reason
-        EXPECT_NE(error.find(c.reason), std::string::npos) << error;
+        EXPECT_FALSE(read(&error));
+        EXPECT_FALSE(read(nullptr));  // a caller may not want the reason
+        EXPECT_NE(error.find(reason), std::string::npos) << error;
         EXPECT_FALSE(error.empty());
     }
-    EXPECT_TRUE(encodePNG(Image()).empty());
 }
 
 // The shadow of opaque windows at scales 1 and 2: margins twice as deep below
@@ -231,33 +186,20 @@ TEST(DropShadow, MarginsAndShapeAroundOpaqueWindows) {
         EXPECT_GT(darkest, 20);
         EXPECT_LT(darkest, 255 / 2);
         EXPECT_EQ(pixel(out, mid, darkestY)[0], 0);
-        EXPECT_GT(alphaAt(mid, c.top + c.height + 4), alphaAt(mid, c.top - 4));  // deeper below than above
-        for (int x = 0; x < out.width; ++x) {                                    // the blur stays inside the margins
+        for (int x = 0; x < out.width; ++x) {  // the blur stays inside the margins
             EXPECT_EQ(alphaAt(x, 0), 0) << x;
             EXPECT_EQ(alphaAt(x, out.height - 1), 0) << x;
         }
     }
-}
-
-TEST(DropShadow, ShowsThroughTranslucentWindowsAndFollowsTheirShape) {
-    // Left half clear, right half a translucent blue.
+    // Through a translucent window the shadow adds only alpha (black brings no
+    // colour); under a clear part there is none; a clear window casts nothing.
     Image window(60, 40);
-    for (int y = 0; y < 40; ++y) {
-        for (int x = 30; x < 60; ++x) {
-            uint8_t* p = window.row(y) + x * 4;
-            p[2] = 100;
-            p[3] = 100;
-        }
-    }
+    for (int y = 0; y < 40; ++y)
+        for (int x = 30; x < 60; ++x) window.row(y)[x * 4 + 2] = window.row(y)[x * 4 + 3] = 100;
     const Image out = addDropShadow(window, 1.0);
-    // Inside the translucent half the shadow adds only alpha: the blue stays,
-    // as black under it contributes no colour.
-    const auto inside = pixel(out, 24 + 45, 16 + 35);
-    EXPECT_EQ(inside[2], 100);
-    EXPECT_GT(inside[3], 100);
-    // Under the clear half, far from the blue, there is no shadow at all.
+    EXPECT_EQ(pixel(out, 24 + 45, 16 + 35)[2], 100);
+    EXPECT_GT(pixel(out, 24 + 45, 16 + 35)[3], 100);
     EXPECT_EQ(pixel(out, 24 + 2, 16 + 20), (Px{0, 0, 0, 0}));
-    // A window with nothing opaque casts nothing.
     const Image clear = addDropShadow(Image(50, 30), 1.0);
     EXPECT_TRUE(std::all_of(clear.pixels.begin(), clear.pixels.end(), [](uint8_t b) { return b == 0; }));
 }

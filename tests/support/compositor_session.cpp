@@ -18,8 +18,6 @@ CompositorSession::CompositorSession(CompositorSessionOptions options) {
     argv.insert(argv.end(), options.launcherArgs.begin(), options.launcherArgs.end());
     if (options.permissionChecks) argv.push_back("--permission-checks");
     if (options.lockSupport) argv.push_back("--lock-support");
-    for (const auto& e : options.kwinEnv) argv.insert(argv.end(), {"--kwin-env", e});
-    if (!options.installEntryFor.empty()) argv.insert(argv.end(), {"--install-entry", options.installEntryFor});
     // The command prints the session's environment, then waits for our end of
     // its standard input to close.
     argv.insert(argv.end(), {"--", "sh", "-c", "env -0; printf '\\0PV-SESSION-UP\\0'; exec cat >/dev/null"});

@@ -21,10 +21,8 @@ namespace pv::test {
 struct CompositorSessionOptions {
     int width = 1280;
     int height = 800;
-    bool permissionChecks = false;     // KWin checks who may take pictures
-    bool lockSupport = false;          // the screen locker runs
-    std::vector<std::string> kwinEnv;  // VAR=VALUE for KWin
-    std::string installEntryFor;       // a binary the session's desktop entry allows pictures
+    bool permissionChecks = false;  // KWin checks who may take pictures
+    bool lockSupport = false;       // the screen locker runs
     // Another compositor's launcher in tests/support taking --width/--height
     // and these arguments (gnome-session.sh); empty: KWin's.
     std::string launcher;

@@ -3,7 +3,7 @@
 # virtual output with Xwayland, on a session bus of its own
 # (dbus-run-session), then stops it all.
 #
-#   kwin-session.sh [--width W] [--height H] [--outputs N] [--scale S]
+#   kwin-session.sh [--width W] [--height H]
 #                   [--permission-checks] [--lock-support] [--kwin-env VAR=VALUE]...
 #                   [--install-entry BINARY] -- COMMAND [ARGS...]
 #
@@ -23,13 +23,11 @@ if [ -z "${PV_KWIN_SESSION_BUS:-}" ]; then
 fi
 unset PV_KWIN_SESSION_BUS
 
-width=1280 height=800 outputs=1 scale=1 checks=0 lock=0 entry="" extra_env=()
+width=1280 height=800 checks=0 lock=0 entry="" extra_env=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --width) width=$2; shift 2 ;;
     --height) height=$2; shift 2 ;;
-    --outputs) outputs=$2; shift 2 ;;
-    --scale) scale=$2; shift 2 ;;
     --permission-checks) checks=1; shift ;;
     --lock-support) lock=1; shift ;;
     --kwin-env) extra_env+=("$2"); shift 2 ;;
@@ -85,8 +83,7 @@ exec 3<>"$dir/ready"
 env_args=(PV_READY_FIFO="$dir/ready" LIBGL_ALWAYS_SOFTWARE=1)
 [ "$checks" = 0 ] && env_args+=(KWIN_SCREENSHOT_NO_PERMISSION_CHECKS=1)
 env_args+=("${extra_env[@]}")
-kwin_args=(--virtual --xwayland --width "$width" --height "$height" --output-count "$outputs" --scale "$scale"
-           --socket "$socket")
+kwin_args=(--virtual --xwayland --width "$width" --height "$height" --socket "$socket")
 [ "$lock" = 0 ] && kwin_args+=(--no-lockscreen)
 
 (

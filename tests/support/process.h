@@ -29,8 +29,8 @@ inline bool waitFor(const std::function<bool()>& check, std::chrono::millisecond
 }
 
 struct SpawnOptions {
-    std::vector<std::string> env;  // VAR=VALUE to set, VAR alone to unset
-    bool exactEnv = false;         // start from an empty environment
+    std::vector<std::string> env;     // VAR=VALUE to set, VAR alone to unset
+    bool exactEnv = false;            // start from an empty environment
     int in = -1, out = -1, err = -1;  // -1: /dev/null
     int keep = -1;                    // a descriptor the program inherits
 };
@@ -47,8 +47,10 @@ inline pid_t spawn(const std::vector<std::string>& argv, const SpawnOptions& o =
         if (o.exactEnv) clearenv();
         for (const auto& e : o.env) {
             const size_t eq = e.find('=');
-            if (eq == std::string::npos) unsetenv(e.c_str());
-            else setenv(e.substr(0, eq).c_str(), e.c_str() + eq + 1, 1);
+            if (eq == std::string::npos)
+                unsetenv(e.c_str());
+            else
+                setenv(e.substr(0, eq).c_str(), e.c_str() + eq + 1, 1);
         }
         const int devnull = open("/dev/null", O_RDWR);
         dup2(o.in >= 0 ? o.in : devnull, STDIN_FILENO);

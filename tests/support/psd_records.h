@@ -2,7 +2,8 @@
 // Our PSD files read byte by byte, from the format's description rather than
 // our writer: the header, the XMP resource, every layer record with its name
 // blocks and section type, the channel data and the merged image. Throws
-// std::runtime_error where a length or a signature does not add up.
+// std::runtime_error where a length, a signature or a fixed field does not
+// add up.
 
 #include <cstdint>
 #include <fstream>
@@ -17,16 +18,17 @@ namespace pvtest {
 
 using Bytes = std::vector<uint8_t>;
 
+inline void check(bool ok, const std::string& what) {
+    if (!ok) throw std::runtime_error(what);
+}
+
 // Big-endian fields out of a byte vector; throws on overrun.
 struct Reader {
     const Bytes& bytes;
     size_t pos = 0;
 
-    void need(size_t n) const {
-        if (pos + n > bytes.size()) throw std::runtime_error("read past the end at " + std::to_string(pos));
-    }
     uint64_t unsignedValue(int n) {
-        need(static_cast<size_t>(n));
+        check(pos + static_cast<size_t>(n) <= bytes.size(), "read past the end at " + std::to_string(pos));
         uint64_t v = 0;
         for (int i = 0; i < n; ++i) v = (v << 8) | bytes[pos++];
         return v;
@@ -37,18 +39,15 @@ struct Reader {
     uint32_t u32() { return static_cast<uint32_t>(unsignedValue(4)); }
     int32_t i32() { return static_cast<int32_t>(unsignedValue(4)); }
     Bytes take(size_t n) {
-        need(n);
-        Bytes v(bytes.begin() + static_cast<ptrdiff_t>(pos), bytes.begin() + static_cast<ptrdiff_t>(pos + n));
+        check(pos + n <= bytes.size(), "read past the end at " + std::to_string(pos));
         pos += n;
-        return v;
+        return Bytes(bytes.begin() + static_cast<ptrdiff_t>(pos - n), bytes.begin() + static_cast<ptrdiff_t>(pos));
     }
     std::string text(size_t n) {
         const Bytes b = take(n);
         return {b.begin(), b.end()};
     }
-    void expect(const std::string& s) {
-        if (text(s.size()) != s) throw std::runtime_error("no \"" + s + "\" at " + std::to_string(pos - s.size()));
-    }
+    void expect(const std::string& s) { check(text(s.size()) == s, "no \"" + s + "\" at " + std::to_string(pos)); }
     size_t left() const { return bytes.size() - pos; }
 };
 
@@ -61,47 +60,24 @@ struct PsdRecord {
     int32_t top = 0, left = 0, bottom = 0, right = 0;
     std::vector<std::pair<int16_t, uint32_t>> channels;  // id, length
     std::string blendKey;
-    uint8_t opacity = 0, flags = 0;
+    uint8_t flags = 0;
     std::string name;            // the one-byte Pascal name
-    size_t padding = 0;          // zero bytes after it
     std::u16string unicodeName;  // the luni block's UTF-16 units
-    uint32_t unicodeLength = 0;  // its data length, padding included
     int32_t sectionType = 0;     // lsct: 0 none, 2 folder, 3 divider
     std::string sectionBlend;    // lsct's blend key, when it carries one
     size_t size = 0;             // the whole record's bytes
 };
 
 struct PsdFile {
-    uint16_t version = 0, channels = 0, depth = 0, mode = 0;
     uint32_t height = 0, width = 0;
-    uint32_t resourcesLength = 0;
     uint16_t resourceId = 0;
     std::string xmp;
     size_t layerSectionStart = 0;  // offset of the section length field
-    uint32_t layerSectionLength = 0, layerInfoLength = 0;
+    uint32_t layerInfoLength = 0;
     int16_t layerCount = 0;
     std::vector<PsdRecord> records;  // bottom of the stack first, as stored
     std::vector<Bytes> channelData;  // per record, its four blocks
-    uint16_t mergedCompression = 0;
-    std::vector<uint16_t> mergedCounts;
-    Bytes mergedRows;
-
-    // The merged image back as interleaved RGBA.
-    Bytes mergedPixels() const {
-        Bytes rgba(static_cast<size_t>(width) * height * 4);
-        size_t at = 0;
-        for (uint32_t c = 0; c < 4; ++c)
-            for (uint32_t y = 0; y < height; ++y) {
-                const uint16_t n = mergedCounts.at(c * height + y);
-                if (at + n > mergedRows.size()) throw std::runtime_error("merged rows run past the end");
-                const Bytes row = unpackBits(mergedRows.data() + at, n);
-                at += n;
-                if (row.size() != width) throw std::runtime_error("a merged row of the wrong width");
-                for (uint32_t x = 0; x < width; ++x) rgba[(y * width + x) * 4 + c] = row[x];
-            }
-        if (at != mergedRows.size()) throw std::runtime_error("bytes after the merged rows");
-        return rgba;
-    }
+    Bytes merged;                    // the merged image as interleaved RGBA
 };
 
 inline PsdRecord readPsdRecord(Reader& r) {
@@ -111,24 +87,22 @@ inline PsdRecord readPsdRecord(Reader& r) {
     rec.left = r.i32();
     rec.bottom = r.i32();
     rec.right = r.i32();
-    const uint16_t n = r.u16();
-    for (int i = 0; i < n; ++i) {
+    for (int i = r.u16(); i > 0; --i) {
         const int16_t id = r.i16();
         rec.channels.emplace_back(id, r.u32());
     }
     r.expect("8BIM");
     rec.blendKey = r.text(4);
-    rec.opacity = r.u8();
-    r.u8();  // clipping
+    check(r.u8() == 255 && r.u8() == 0, "opacity or clipping");
     rec.flags = r.u8();
     r.u8();  // filler
     const uint32_t extraLength = r.u32();
     const size_t extraEnd = r.pos + extraLength;
-    if (r.u32() != 0 || r.u32() != 0) throw std::runtime_error("a layer mask or blending ranges");
+    check(r.u32() == 0 && r.u32() == 0, "a layer mask or blending ranges");
     const uint8_t nameLength = r.u8();
     rec.name = r.text(nameLength);
-    rec.padding = (4 - (nameLength + 1u) % 4) % 4;
-    if (r.take(rec.padding) != Bytes(rec.padding, 0)) throw std::runtime_error("name padding is not zero");
+    const size_t padding = (4 - (nameLength + 1u) % 4) % 4;
+    check(r.take(padding) == Bytes(padding, 0), "name padding is not zero");
     while (r.pos < extraEnd) {
         r.expect("8BIM");
         const std::string key = r.text(4);
@@ -136,11 +110,10 @@ inline PsdRecord readPsdRecord(Reader& r) {
         const Bytes data = r.take(length);
         Reader block{data};
         if (key == "luni") {
-            rec.unicodeLength = length;
-            const uint32_t units = block.u32();
-            for (uint32_t k = 0; k < units; ++k) rec.unicodeName.push_back(static_cast<char16_t>(block.u16()));
-            if (length % 4 != 0 || block.left() > 3 || block.take(block.left()) != Bytes(block.left(), 0))
-                throw std::runtime_error("luni block badly padded");
+            for (uint32_t units = block.u32(); units > 0; --units)
+                rec.unicodeName.push_back(static_cast<char16_t>(block.u16()));
+            check(length % 4 == 0 && block.left() <= 3 && block.take(block.left()) == Bytes(block.left(), 0),
+                  "luni block badly padded");
         } else if (key == "lsct") {
             rec.sectionType = static_cast<int32_t>(block.u32());
             if (block.left() > 0) {
@@ -149,7 +122,7 @@ inline PsdRecord readPsdRecord(Reader& r) {
             }
         }
     }
-    if (r.pos != extraEnd) throw std::runtime_error("extra data longer than its length");
+    check(r.pos == extraEnd, "extra data longer than its length");
     rec.size = r.pos - start;
     return rec;
 }
@@ -158,23 +131,20 @@ inline PsdFile parsePsd(const Bytes& file) {
     PsdFile p;
     Reader r{file};
     r.expect("8BPS");
-    p.version = r.u16();
-    if (r.take(6) != Bytes(6, 0)) throw std::runtime_error("reserved header bytes are not zero");
-    p.channels = r.u16();
+    check(r.u16() == 1 && r.take(6) == Bytes(6, 0) && r.u16() == 4, "not a version 1 header of 4 channels");
     p.height = r.u32();
     p.width = r.u32();
-    p.depth = r.u16();
-    p.mode = r.u16();
+    check(r.u16() == 8 && r.u16() == 3, "not 8-bit RGB");
     r.take(r.u32());  // colour mode data
-    p.resourcesLength = r.u32();
-    const size_t resourcesEnd = r.pos + p.resourcesLength;
+    const uint32_t resourcesLength = r.u32();
+    const size_t resourcesEnd = r.pos + resourcesLength;
     r.expect("8BIM");
     p.resourceId = r.u16();
-    if (r.u16() != 0) throw std::runtime_error("resource name is not empty");
+    check(r.u16() == 0, "resource name is not empty");
     p.xmp = r.text(r.u32());
-    if (r.pos != resourcesEnd) throw std::runtime_error("resource section length disagrees");
+    check(r.pos == resourcesEnd, "resource section length disagrees");
     p.layerSectionStart = r.pos;
-    p.layerSectionLength = r.u32();
+    const uint32_t layerSectionLength = r.u32();
     p.layerInfoLength = r.u32();
     const size_t infoStart = r.pos;
     p.layerCount = r.i16();
@@ -184,13 +154,20 @@ inline PsdFile parsePsd(const Bytes& file) {
         for (const auto& ch : rec.channels) total += ch.second;
         p.channelData.push_back(r.take(total));
     }
-    if (r.pos != infoStart + p.layerInfoLength) throw std::runtime_error("layer info length disagrees");
-    if (r.u32() != 0) throw std::runtime_error("global layer mask info");
-    if (r.pos != p.layerSectionStart + 4 + p.layerSectionLength)
-        throw std::runtime_error("layer section length disagrees");
-    p.mergedCompression = r.u16();
-    for (uint32_t i = 0; i < 4 * p.height; ++i) p.mergedCounts.push_back(r.u16());
-    p.mergedRows = r.take(r.left());
+    check(r.pos == infoStart + p.layerInfoLength, "layer info length disagrees");
+    check(r.u32() == 0, "global layer mask info");
+    check(r.pos == p.layerSectionStart + 4 + layerSectionLength, "layer section length disagrees");
+    check(r.u16() == 1, "the merged image is not PackBits");
+    std::vector<uint16_t> counts;
+    for (uint32_t i = 0; i < 4 * p.height; ++i) counts.push_back(r.u16());
+    p.merged.resize(static_cast<size_t>(p.width) * p.height * 4);
+    for (uint32_t c = 0; c < 4; ++c)
+        for (uint32_t y = 0; y < p.height; ++y) {
+            const Bytes row = unpackBits(r.take(counts[c * p.height + y]));
+            check(row.size() == p.width, "a merged row of the wrong width");
+            for (uint32_t x = 0; x < p.width; ++x) p.merged[(y * p.width + x) * 4 + c] = row[x];
+        }
+    check(r.left() == 0, "bytes after the merged rows");
     return p;
 }
 

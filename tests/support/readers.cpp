@@ -30,32 +30,28 @@ std::string pictureFor(const std::string& folder, size_t file, ReaderView view) 
     return folder + "/" + std::to_string(file) + "-" + nameOf(view) + (imageMagick ? ".pam" : ".png");
 }
 
-bool wanted(const std::vector<ReaderView>& views, ReaderView v) {
-    return std::find(views.begin(), views.end(), v) != views.end();
-}
-
 void runPsdTools(const std::vector<std::string>& files, const std::string& folder) {
     std::string script = "from psd_tools import PSDImage\n";
     for (size_t i = 0; i < files.size(); ++i) {
         script += "try:\n    psd = PSDImage.open(" + literal(files[i]) + ")\n";
         script += "    psd.topil().save(" + literal(pictureFor(folder, i, ReaderView::PsdToolsMerged)) + ")\n";
-        script += "    psd.composite(force=True).save(" + literal(pictureFor(folder, i, ReaderView::PsdToolsLayers)) + ")\n";
+        script +=
+            "    psd.composite(force=True).save(" + literal(pictureFor(folder, i, ReaderView::PsdToolsLayers)) + ")\n";
         script += "except Exception as e:\n    print(e)\n";
     }
     run("/usr/bin/python3 -c " + shellQuoted(script));
 }
 
-void runImageMagick(const std::vector<std::string>& files, const std::string& folder,
-                    const std::vector<ReaderView>& views) {
+void runImageMagick(const std::vector<std::string>& files, const std::string& folder) {
     for (size_t i = 0; i < files.size(); ++i) {
-        if (wanted(views, ReaderView::ImageMagickMerged))
-            run("/usr/bin/convert " + shellQuoted(files[i] + "[0]") + " -depth 16 " +
-                shellQuoted(pictureFor(folder, i, ReaderView::ImageMagickMerged)));
+        run("/usr/bin/convert " + shellQuoted(files[i] + "[0]") + " -depth 16 " +
+            shellQuoted(pictureFor(folder, i, ReaderView::ImageMagickMerged)));
         // The layer images carry their offsets but no canvas: flatten them onto
         // a transparent copy of the merged image's canvas.
-        if (wanted(views, ReaderView::ImageMagickLayers))
-            run("/usr/bin/convert " + shellQuoted(files[i]) + " '(' -clone 0 -alpha transparent ')' -swap 0,-1 +delete "
-                "-background none -flatten -depth 16 " + shellQuoted(pictureFor(folder, i, ReaderView::ImageMagickLayers)));
+        run("/usr/bin/convert " + shellQuoted(files[i]) +
+            " '(' -clone 0 -alpha transparent ')' -swap 0,-1 +delete "
+            "-background none -flatten -depth 16 " +
+            shellQuoted(pictureFor(folder, i, ReaderView::ImageMagickLayers)));
     }
 }
 
@@ -68,7 +64,8 @@ void runGimp(const std::vector<std::string>& files, const std::string& folder) {
         "    (file-png-save RUN-NONINTERACTIVE img layer out out 0 9 0 0 0 0 0)"
         "    (gimp-image-delete img)))";
     for (size_t i = 0; i < files.size(); ++i)
-        script += " (catch #f (pv-visible " + literal(files[i]) + " " + literal(pictureFor(folder, i, ReaderView::GimpLayers)) + "))";
+        script += " (catch #f (pv-visible " + literal(files[i]) + " " +
+                  literal(pictureFor(folder, i, ReaderView::GimpLayers)) + "))";
     run("timeout 300 gimp -i -n -d -f -b " + shellQuoted("(begin " + script + ")") + " -b '(gimp-quit 0)'");
 }
 
@@ -94,15 +91,20 @@ std::optional<StraightPicture> readPam(const std::string& path) {
     int width = 0, height = 0, depth = 0, maxval = 0;
     if (!(in >> token) || token != "P7") return std::nullopt;
     while (in >> token && token != "ENDHDR") {
-        if (token == "WIDTH") in >> width;
-        else if (token == "HEIGHT") in >> height;
-        else if (token == "DEPTH") in >> depth;
-        else if (token == "MAXVAL") in >> maxval;
+        if (token == "WIDTH")
+            in >> width;
+        else if (token == "HEIGHT")
+            in >> height;
+        else if (token == "DEPTH")
+            in >> depth;
+        else if (token == "MAXVAL")
+            in >> maxval;
     }
     in.get();  // the newline after ENDHDR
     if (depth != 4 || maxval != 65535 || width <= 0 || height <= 0) return std::nullopt;
     std::vector<uint8_t> bytes(static_cast<size_t>(width) * height * 8);
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))) return std::nullopt;
+    if (!in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
+        return std::nullopt;
     StraightPicture picture{width, height, std::vector<double>(bytes.size() / 2)};
     for (size_t i = 0; i < picture.rgba.size(); ++i) picture.rgba[i] = ((bytes[2 * i] << 8) | bytes[2 * i + 1]) / 257.0;
     return picture;
@@ -112,37 +114,43 @@ std::optional<StraightPicture> readPam(const std::string& path) {
 
 std::string nameOf(ReaderView view) {
     switch (view) {
-        case ReaderView::PsdToolsMerged: return "psd-tools-merged";
-        case ReaderView::PsdToolsLayers: return "psd-tools-layers";
-        case ReaderView::ImageMagickMerged: return "imagemagick-merged";
-        case ReaderView::ImageMagickLayers: return "imagemagick-layers";
-        case ReaderView::GimpLayers: return "gimp-layers";
+    case ReaderView::PsdToolsMerged:
+        return "psd-tools-merged";
+    case ReaderView::PsdToolsLayers:
+        return "psd-tools-layers";
+    case ReaderView::ImageMagickMerged:
+        return "imagemagick-merged";
+    case ReaderView::ImageMagickLayers:
+        return "imagemagick-layers";
+    case ReaderView::GimpLayers:
+        return "gimp-layers";
     }
     return "?";
 }
 
 bool readerAvailable(ReaderView view) {
     switch (view) {
-        case ReaderView::PsdToolsMerged:
-        case ReaderView::PsdToolsLayers: return run("/usr/bin/python3 -c 'import psd_tools'");
-        case ReaderView::ImageMagickMerged:
-        case ReaderView::ImageMagickLayers: return run("/usr/bin/convert -version");
-        case ReaderView::GimpLayers: return run("command -v gimp");
+    case ReaderView::PsdToolsMerged:
+    case ReaderView::PsdToolsLayers:
+        return run("/usr/bin/python3 -c 'import psd_tools'");
+    case ReaderView::ImageMagickMerged:
+    case ReaderView::ImageMagickLayers:
+        return run("/usr/bin/convert -version");
+    case ReaderView::GimpLayers:
+        return run("command -v gimp");
     }
     return false;
 }
 
 std::map<std::pair<std::string, ReaderView>, StraightPicture> readerPictures(const std::vector<std::string>& psdFiles,
-                                                                             const std::vector<ReaderView>& views,
                                                                              const std::string& folder) {
-    if (wanted(views, ReaderView::PsdToolsMerged) || wanted(views, ReaderView::PsdToolsLayers))
-        runPsdTools(psdFiles, folder);
-    runImageMagick(psdFiles, folder, views);
-    if (wanted(views, ReaderView::GimpLayers)) runGimp(psdFiles, folder);
+    runPsdTools(psdFiles, folder);
+    runImageMagick(psdFiles, folder);
+    runGimp(psdFiles, folder);
 
     std::map<std::pair<std::string, ReaderView>, StraightPicture> pictures;
     for (size_t i = 0; i < psdFiles.size(); ++i)
-        for (ReaderView view : views) {
+        for (ReaderView view : kReaderViews) {
             const std::string file = pictureFor(folder, i, view);
             auto picture = file.ends_with(".pam") ? readPam(file) : readPng(file);
             if (picture) pictures[{psdFiles[i], view}] = std::move(*picture);

@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-
 namespace pv::test {
 
 enum class ReaderView {
@@ -18,6 +17,9 @@ enum class ReaderView {
     ImageMagickLayers,  // ImageMagick's layer images flattened onto the canvas
     GimpLayers,         // GIMP's projection of the layers it opened
 };
+inline constexpr ReaderView kReaderViews[] = {ReaderView::PsdToolsMerged, ReaderView::PsdToolsLayers,
+                                              ReaderView::ImageMagickMerged, ReaderView::ImageMagickLayers,
+                                              ReaderView::GimpLayers};
 
 std::string nameOf(ReaderView view);
 
@@ -35,7 +37,6 @@ struct StraightPicture {
 // The picture every view shows of every file, keyed by file and view; a view
 // that could not read a file has no entry. Scratch files go into `folder`.
 std::map<std::pair<std::string, ReaderView>, StraightPicture> readerPictures(const std::vector<std::string>& psdFiles,
-                                                                             const std::vector<ReaderView>& views,
                                                                              const std::string& folder);
 
 }  // namespace pv::test

@@ -114,10 +114,8 @@ def main(argv):
         "channels": psd.channels,
         "depth": psd.depth,
         "color_mode": int(psd.color_mode),
-        "version": psd.version,
         "layer_count": int(layer_info.layer_count) if layer_info is not None else 0,
         "xmp": xmp,
-        "order": "bottom_first",
         "layers": [describe(layer, with_pixels) for layer in psd],
         "merged": pixel_summary(merged_rgba(psd), with_pixels),
     }
