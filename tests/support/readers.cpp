@@ -1,12 +1,8 @@
 #include "tests/support/readers.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <optional>
-
-#include <png.h>
 
 namespace pv::test {
 
@@ -23,65 +19,11 @@ std::string literal(const std::string& s) { return "\"" + s + "\""; }
 
 bool run(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
-// ImageMagick keeps 16 bits a channel and rounds oddly on its way to an
-// 8-bit PNG (alpha one step up, colour one down), so it writes 16-bit PAM.
-std::string pictureFor(const std::string& folder, size_t file, ReaderView view) {
-    const bool imageMagick = view == ReaderView::ImageMagickMerged || view == ReaderView::ImageMagickLayers;
-    return folder + "/" + std::to_string(file) + "-" + nameOf(view) + (imageMagick ? ".pam" : ".png");
-}
-
-void runPsdTools(const std::vector<std::string>& files, const std::string& folder) {
-    std::string script = "from psd_tools import PSDImage\n";
-    for (size_t i = 0; i < files.size(); ++i) {
-        script += "try:\n    psd = PSDImage.open(" + literal(files[i]) + ")\n";
-        script += "    psd.topil().save(" + literal(pictureFor(folder, i, ReaderView::PsdToolsMerged)) + ")\n";
-        script +=
-            "    psd.composite(force=True).save(" + literal(pictureFor(folder, i, ReaderView::PsdToolsLayers)) + ")\n";
-        script += "except Exception as e:\n    print(e)\n";
-    }
-    run("/usr/bin/python3 -c " + shellQuoted(script));
-}
-
-void runImageMagick(const std::vector<std::string>& files, const std::string& folder) {
-    for (size_t i = 0; i < files.size(); ++i) {
-        run("/usr/bin/convert " + shellQuoted(files[i] + "[0]") + " -depth 16 " +
-            shellQuoted(pictureFor(folder, i, ReaderView::ImageMagickMerged)));
-        // The layer images carry their offsets but no canvas: flatten them onto
-        // a transparent copy of the merged image's canvas.
-        run("/usr/bin/convert " + shellQuoted(files[i]) +
-            " '(' -clone 0 -alpha transparent ')' -swap 0,-1 +delete "
-            "-background none -flatten -depth 16 " +
-            shellQuoted(pictureFor(folder, i, ReaderView::ImageMagickLayers)));
-    }
-}
-
-void runGimp(const std::vector<std::string>& files, const std::string& folder) {
-    std::string script =
-        "(define (pv-visible in out)"
-        "  (let* ((img (car (gimp-file-load RUN-NONINTERACTIVE in in)))"
-        "         (layer (car (gimp-layer-new-from-visible img img \"visible\"))))"
-        "    (gimp-image-insert-layer img layer 0 -1)"
-        "    (file-png-save RUN-NONINTERACTIVE img layer out out 0 9 0 0 0 0 0)"
-        "    (gimp-image-delete img)))";
-    for (size_t i = 0; i < files.size(); ++i)
-        script += " (catch #f (pv-visible " + literal(files[i]) + " " +
-                  literal(pictureFor(folder, i, ReaderView::GimpLayers)) + "))";
-    run("timeout 300 gimp -i -n -d -f -b " + shellQuoted("(begin " + script + ")") + " -b '(gimp-quit 0)'");
-}
-
-// A PNG file as straight RGBA, whatever its colour type.
-std::optional<StraightPicture> readPng(const std::string& path) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_file(&image, path.c_str())) return std::nullopt;
-    image.format = PNG_FORMAT_RGBA;
-    std::vector<uint8_t> bytes(PNG_IMAGE_SIZE(image));
-    if (!png_image_finish_read(&image, nullptr, bytes.data(), 0, nullptr)) {
-        png_image_free(&image);
-        return std::nullopt;
-    }
-    return StraightPicture{static_cast<int>(image.width), static_cast<int>(image.height),
-                           std::vector<double>(bytes.begin(), bytes.end())};
+// Where a view of a file is written: PNG by psd-tools and GIMP, 16-bit PAM by
+// ImageMagick, which keeps 16 bits a channel and rounds oddly on its way to 8
+// (alpha one step up, colour one down). The PNG files become PAM files too.
+std::string pictureFor(const std::string& folder, size_t file, ReaderView view, const char* extension) {
+    return folder + "/" + std::to_string(file) + "-" + nameOf(view) + extension;
 }
 
 // A PAM file (P7) of RGB_ALPHA tuples with a maximum value of 65535.
@@ -144,16 +86,39 @@ bool readerAvailable(ReaderView view) {
 
 std::map<std::pair<std::string, ReaderView>, StraightPicture> readerPictures(const std::vector<std::string>& psdFiles,
                                                                              const std::string& folder) {
-    runPsdTools(psdFiles, folder);
-    runImageMagick(psdFiles, folder);
-    runGimp(psdFiles, folder);
+    using enum ReaderView;
+    std::string python = "from psd_tools import PSDImage\n";
+    std::string scheme =
+        "(define (pv-visible in out)"
+        "  (let* ((img (car (gimp-file-load RUN-NONINTERACTIVE in in)))"
+        "         (layer (car (gimp-layer-new-from-visible img img \"visible\"))))"
+        "    (gimp-image-insert-layer img layer 0 -1)"
+        "    (file-png-save RUN-NONINTERACTIVE img layer out out 0 9 0 0 0 0 0)"
+        "    (gimp-image-delete img)))";
+    for (size_t i = 0; i < psdFiles.size(); ++i) {
+        const std::string& psd = psdFiles[i];
+        python += "try:\n    psd = PSDImage.open(" + literal(psd) + ")\n    psd.topil().save(" +
+                  literal(pictureFor(folder, i, PsdToolsMerged, ".png")) + ")\n    psd.composite(force=True).save(" +
+                  literal(pictureFor(folder, i, PsdToolsLayers, ".png")) + ")\nexcept Exception as e:\n    print(e)\n";
+        scheme +=
+            " (catch #f (pv-visible " + literal(psd) + " " + literal(pictureFor(folder, i, GimpLayers, ".png")) + "))";
+        run("/usr/bin/convert " + shellQuoted(psd + "[0]") + " -depth 16 " +
+            shellQuoted(pictureFor(folder, i, ImageMagickMerged, ".pam")));
+        // The layer images carry their offsets but no canvas: flatten them onto
+        // a transparent copy of the merged image's canvas.
+        run("/usr/bin/convert " + shellQuoted(psd) + " '(' -clone 0 -alpha transparent ')' -swap 0,-1 +delete " +
+            "-background none -flatten -depth 16 " + shellQuoted(pictureFor(folder, i, ImageMagickLayers, ".pam")));
+    }
+    run("/usr/bin/python3 -c " + shellQuoted(python));
+    run("timeout 300 gimp -i -n -d -f -b " + shellQuoted("(begin " + scheme + ")") + " -b '(gimp-quit 0)'");
 
     std::map<std::pair<std::string, ReaderView>, StraightPicture> pictures;
     for (size_t i = 0; i < psdFiles.size(); ++i)
         for (ReaderView view : kReaderViews) {
-            const std::string file = pictureFor(folder, i, view);
-            auto picture = file.ends_with(".pam") ? readPam(file) : readPng(file);
-            if (picture) pictures[{psdFiles[i], view}] = std::move(*picture);
+            const std::string pam = pictureFor(folder, i, view, ".pam"), png = pictureFor(folder, i, view, ".png");
+            if (std::ifstream(png))
+                run("/usr/bin/convert " + shellQuoted(png) + " -alpha on -depth 16 " + shellQuoted(pam));
+            if (auto picture = readPam(pam)) pictures[{psdFiles[i], view}] = std::move(*picture);
         }
     return pictures;
 }

@@ -1,7 +1,7 @@
 #pragma once
 // What programs we did not write show of our PSD files: the merged image as
 // they read it, or the picture they rebuild from the layers. Each reader runs
-// once for all the files and writes PNG files, which are read back here.
+// once for all the files and writes PNG or PAM files, which are read back here.
 
 #include <map>
 #include <string>
