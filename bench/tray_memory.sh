@@ -4,43 +4,25 @@
 # set size (VmRSS) after each capture, then a summary. Prints figures only.
 #
 #   bash bench/tray_memory.sh [PLENAVUE] [CAPTURES]    build/plenavue and 100 by default
-set -euo pipefail
 cd "$(dirname "$0")/.."
 plenavue="$(realpath "${1:-build/plenavue}")"
 captures="${2:-100}"
-work="$(mktemp -d /tmp/plenavue-memory.XXXXXX)"
-pids=()
-cleanup() {
-  for ((i = ${#pids[@]} - 1; i >= 0; i--)); do kill "${pids[$i]}" 2>/dev/null || true; wait "${pids[$i]}" 2>/dev/null || true; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-start() { "$@" >/dev/null 2>&1 & pids+=("$!"); }
-wait_for() { for _ in $(seq 300); do if "$@" >/dev/null 2>&1; then return 0; fi; sleep 0.1; done; return 1; }
-
-Xvfb -displayfd 3 -screen 0 1600x1000x24 -nolisten tcp -noreset +extension Composite 3>"$work/display" >/dev/null 2>&1 &
-pids+=("$!")
-wait_for grep -q . "$work/display"
-export DISPLAY=":$(head -n1 "$work/display")"
-unset XAUTHORITY WAYLAND_DISPLAY
-start openbox --sm-disable
-wait_for sh -c 'xprop -root _NET_SUPPORTING_WM_CHECK | grep -q "window id"'
-start trayer --edge top --align right --widthtype request --height 24
+source tests/scripts/lib.sh
+start_desktop 1600x1000
+start_tray
 start xclock -geometry 300x300+60+80
 start xlogo -geometry 400x300+420+120
 start xeyes -geometry 300x200+900+400
 start xterm -geometry 90x30+200+500
 wait_for xdotool search --onlyvisible --class XTerm
 
-export HOME="$work" XDG_CONFIG_HOME="$work/config"
-mkdir -p "$work/config/Veltrano" "$work/out"
-printf '[General]\nshownIntro=true\nformat=0\nshadow=true\noutput=%s\n' "$work/out" >"$work/config/Veltrano/Plenavue.conf"
+mkdir "$work/out"
+settings shownIntro=true format=0 shadow=true "output=$work/out"
 "$plenavue" >"$work/plenavue.log" 2>&1 &
 app=$!
 pids+=("$app")
 
 rss_kb() { awk '/^VmRSS:/ { print $2 }' "/proc/$app/status"; }
-written() { find "$work/out" -name '*.psd' | wc -l; }
 
 # The first press that writes a file shows the hot key is grabbed.
 wait_for sh -c "xdotool key shift+super+5; sleep 0.5; ls '$work/out'/*.psd" ||

@@ -1,6 +1,7 @@
-# Sourced by every script test: the program and the source tree, a scratch
-# HOME removed at exit with every program started here, failures counted,
-# condition waits, a private Xvfb, and runs of the program that keep what it
+# Sourced by every script test (and the scripts that drive the tray on a
+# private desktop): the program and the source tree, a scratch HOME removed at
+# exit with every program started here, failures counted, condition waits, a
+# private X desktop with a tray, and runs of the program that keep what it
 # printed. Set on_exit to a command to run before the clean-up.
 set -euo pipefail
 src="${PV_SOURCE_DIR:-$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)}"
@@ -35,11 +36,18 @@ settings() {
   mkdir -p "$XDG_CONFIG_HOME/Veltrano"
   { echo '[General]'; printf '%s\n' "$@"; } >"$XDG_CONFIG_HOME/Veltrano/Plenavue.conf"
 }
-# start_xvfb WxH [ARGS...]: a private X server for DISPLAY (never the developer's).
-start_xvfb() {
-  Xvfb -displayfd 3 -screen 0 "$1x24" -nolisten tcp -noreset "${@:2}" 3>"$work/display" >/dev/null 2>&1 &
+# start_desktop WxH: a private X server for DISPLAY (never the developer's) with openbox.
+start_desktop() {
+  Xvfb -displayfd 3 -screen 0 "$1x24" -nolisten tcp -noreset +extension Composite 3>"$work/display" >/dev/null 2>&1 &
   pids+=("$!")
   wait_for grep -q . "$work/display" || { echo "Xvfb did not start" >&2; exit 1; }
   export DISPLAY=":$(head -n1 "$work/display")"
-  unset XAUTHORITY
+  unset XAUTHORITY WAYLAND_DISPLAY
+  start openbox --sm-disable
+  wait_for sh -c 'xprop -root _NET_SUPPORTING_WM_CHECK | grep -q "window id"' || { echo "openbox did not start" >&2; exit 1; }
+}
+# start_tray [ARGS...]: a system tray at the top right of that desktop.
+start_tray() {
+  start trayer --edge top --align right --widthtype request --height 24 "$@"
+  wait_for xdotool search --onlyvisible --class trayer
 }

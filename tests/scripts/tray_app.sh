@@ -5,9 +5,7 @@
 # SIGTERM quits through the same path as Quit and stores the settings, and a
 # desktop without a tray gets the main window and one line saying why.
 source "$(dirname "$0")/lib.sh"
-start_xvfb 1280x800 +extension Composite
-start openbox --sm-disable
-wait_for sh -c 'xprop -root _NET_SUPPORTING_WM_CHECK | grep -q "window id"'
+start_desktop 1280x800
 start xclock -geometry 200x200+60+80
 start xlogo -geometry 200x160+400+120
 wait_for xdotool search --onlyvisible --class XLogo
@@ -25,8 +23,7 @@ kill -TERM "$app"
 wait "$app" || fail "SIGTERM: exit status $?"
 
 # With a tray: the hot key writes a grouped PSD with the clients and none of ours.
-start trayer --edge top --align right --widthtype request --height 24
-wait_for xdotool search --onlyvisible --class trayer
+start_tray
 settings shownIntro=true format=0 shadow=false "output=$work/out"
 "$bin" >"$work/second.log" 2>&1 &
 app=$!

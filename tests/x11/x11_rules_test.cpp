@@ -14,19 +14,8 @@
 namespace pv::x11 {
 namespace {
 
-TEST(DesktopLayout, FramesAreBottomUpFromTheMainMonitorsBottomLeft) {
-    // Main 1600x900 whose top is 300 px below a taller 1280x1200 monitor to its right.
-    const std::vector<MonitorBox> monitors{{11, 0, 300, 1600, 900}, {12, 1600, 0, 1280, 1200}};
-    const auto screens = screenEntries(monitors, 1.0);
-    ASSERT_EQ(screens.size(), 2u);
-    EXPECT_EQ(screens[0].displayId, 11u);
-    EXPECT_EQ(screens[0].frame, (ScreenRect{0, 0, 1600, 900}));
-    EXPECT_EQ(screens[1].frame, (ScreenRect{1600, 0, 1280, 1200}));  // bottoms level
-
-    const std::vector<MonitorBox> topsLevel{{11, 0, 0, 1600, 900}, {12, 1600, 0, 1280, 1200}};
-    EXPECT_EQ(screenEntries(topsLevel, 1.0)[1].frame, (ScreenRect{1600, -300, 1280, 1200}));
-}
-
+// Points are root pixels over the scale from the main monitor's top-left;
+// at whole scales every pixel edge maps to points and back exactly.
 TEST(DesktopLayout, PointsAreRootPixelsOverTheScaleFromTheMainTopLeft) {
     const std::vector<MonitorBox> monitors{{5, 200, 100, 2880, 1800}};
     const DesktopLayout layout = layoutFor(monitors, 2.0);
@@ -34,18 +23,13 @@ TEST(DesktopLayout, PointsAreRootPixelsOverTheScaleFromTheMainTopLeft) {
     EXPECT_EQ(layout.toPoints(0, 0, 100, 100), (WindowRect{-100, -50, 50, 50}));
     EXPECT_EQ(screenEntries(monitors, 2.0)[0].frame, (ScreenRect{0, 0, 1440, 900}));
     EXPECT_EQ(screenEntries(monitors, 2.0)[0].backingScaleFactor, 2.0);
-
     // 200 + 20.5 rounded outward; right edge 200 + 121.5 -> 322.
     EXPECT_EQ(layout.toPixels(WindowRect{10.25, 20, 50.5, 10}), (RootBox{220, 140, 102, 20}));
-}
 
-TEST(DesktopLayout, WholeScalesMapEveryPixelEdgeToPointsAndBackExactly) {
     for (double scale : {1.0, 2.0, 3.0}) {
-        const DesktopLayout layout = layoutFor({{1, 1921, 7, 3840, 2160}}, scale);
-        for (const RootBox r : {RootBox{1921, 7, 1, 1}, RootBox{0, 0, 333, 77}, RootBox{2001, -13, 641, 479}}) {
-            SCOPED_TRACE(scale);
-            EXPECT_EQ(layout.toPixels(layout.toPoints(r)), r);
-        }
+        const DesktopLayout whole = layoutFor({{1, 1921, 7, 3840, 2160}}, scale);
+        for (const RootBox r : {RootBox{1921, 7, 1, 1}, RootBox{0, 0, 333, 77}, RootBox{2001, -13, 641, 479}})
+            EXPECT_EQ(whole.toPixels(whole.toPoints(r)), r) << scale;
     }
 }
 
@@ -62,13 +46,29 @@ TEST(VisibleFrame, FollowsTheManagersExtentsAndTheClientsOwnMargins) {
         {"invisible border", {24, 37, 252, 239}, {50, 97, 200, 150}, FrameExtents{0, 0, 37, 0}, {}, {50, 60, 200, 187}},
         {"frame as drawn", {50, 60, 202, 175}, {51, 80, 200, 150}, FrameExtents{1, 1, 20, 5}, {}, {50, 60, 202, 175}},
         {"no extents", {10, 10, 300, 200}, {12, 30, 296, 178}, {}, {}, {10, 10, 300, 200}},
-        {"client-side decorations", {274, 77, 452, 399}, {274, 77, 452, 399}, FrameExtents{0, 0, 0, 0},
-         FrameExtents{26, 26, 23, 29}, {300, 100, 400, 347}},
-        {"unreparented client-side decorations", {274, 77, 452, 399}, {274, 77, 452, 399}, {},
-         FrameExtents{26, 26, 23, 29}, {300, 100, 400, 347}},
-        {"extents past the frame", {50, 60, 202, 175}, {51, 80, 200, 150}, FrameExtents{40, 1, 20, 5}, {},
+        {"client-side decorations",
+         {274, 77, 452, 399},
+         {274, 77, 452, 399},
+         FrameExtents{0, 0, 0, 0},
+         FrameExtents{26, 26, 23, 29},
+         {300, 100, 400, 347}},
+        {"unreparented client-side decorations",
+         {274, 77, 452, 399},
+         {274, 77, 452, 399},
+         {},
+         FrameExtents{26, 26, 23, 29},
+         {300, 100, 400, 347}},
+        {"extents past the frame",
+         {50, 60, 202, 175},
+         {51, 80, 200, 150},
+         FrameExtents{40, 1, 20, 5},
+         {},
          {50, 60, 202, 175}},
-        {"margins larger than the window", {0, 0, 50, 50}, {0, 0, 50, 50}, {}, FrameExtents{30, 30, 0, 0},
+        {"margins larger than the window",
+         {0, 0, 50, 50},
+         {0, 0, 50, 50},
+         {},
+         FrameExtents{30, 30, 0, 0},
          {0, 0, 50, 50}},
         {"garbage", {0, 0, 50, 50}, {0, 0, 50, 50}, FrameExtents{0xFFFFFFFF, 0, 0, 0}, {}, {0, 0, 50, 50}},
     };
@@ -79,33 +79,27 @@ TEST(VisibleFrame, FollowsTheManagersExtentsAndTheClientsOwnMargins) {
     }
 }
 
-X11Monitor monitorAt(uint32_t id, int32_t x, int32_t y, bool primary = false) {
-    X11Monitor m;
-    m.box = {id, x, y, 1920, 1080};
-    m.primary = primary;
-    return m;
-}
-
-std::vector<uint32_t> idsOf(const std::vector<X11Monitor>& monitors) {
-    std::vector<uint32_t> ids;
-    for (const auto& m : monitors) ids.push_back(m.box.id);
-    return ids;
-}
-
 TEST(MonitorOrder, MainFirstThenLeftToRightThenTopToBottom) {
-    // A 2x2 grid listed by the server in no useful order, the primary bottom right.
-    std::vector<X11Monitor> grid{monitorAt(1, 1920, 0), monitorAt(2, 0, 1080), monitorAt(3, 1920, 1080, true),
-                                 monitorAt(4, 0, 0)};
-    orderMainFirst(grid);
-    EXPECT_EQ(idsOf(grid), (std::vector<uint32_t>{3, 4, 2, 1}));
-
-    std::vector<X11Monitor> leftOfMain{monitorAt(7, 0, 0, true), monitorAt(8, -1920, 300), monitorAt(9, 1920, -200)};
-    orderMainFirst(leftOfMain);
-    EXPECT_EQ(idsOf(leftOfMain), (std::vector<uint32_t>{7, 8, 9}));
-
-    std::vector<X11Monitor> noPrimary{monitorAt(5, 1920, 0), monitorAt(6, 0, 0)};
-    orderMainFirst(noPrimary);  // no primary: left to right from the first
-    EXPECT_EQ(idsOf(noPrimary), (std::vector<uint32_t>{5, 6}));
+    struct Case {
+        const char* what;
+        std::vector<std::tuple<uint32_t, int32_t, int32_t, bool>> monitors;  // id, x, y, primary
+        std::vector<uint32_t> expected;
+    };
+    const Case cases[] = {
+        {"2x2 grid, primary bottom right",
+         {{1, 1920, 0, 0}, {2, 0, 1080, 0}, {3, 1920, 1080, 1}, {4, 0, 0, 0}},
+         {3, 4, 2, 1}},
+        {"left of the main one", {{7, 0, 0, 1}, {8, -1920, 300, 0}, {9, 1920, -200, 0}}, {7, 8, 9}},
+        {"no primary: left to right from the first", {{5, 1920, 0, 0}, {6, 0, 0, 0}}, {5, 6}},
+    };
+    for (const Case& c : cases) {
+        std::vector<X11Monitor> monitors;
+        for (const auto& [id, x, y, primary] : c.monitors) monitors.push_back({{id, x, y, 1920, 1080}, primary, {}});
+        orderMainFirst(monitors);
+        std::vector<uint32_t> ids;
+        for (const auto& m : monitors) ids.push_back(m.box.id);
+        EXPECT_EQ(ids, c.expected) << c.what;
+    }
 }
 
 std::vector<uint8_t> edidWithDescriptor(size_t offset, uint8_t tag, const std::string& text) {
@@ -115,7 +109,8 @@ std::vector<uint8_t> edidWithDescriptor(size_t offset, uint8_t tag, const std::s
     d[0] = d[1] = d[2] = 0;
     d[3] = tag;
     d[4] = 0;
-    for (size_t i = 0; i < 13; ++i) d[5 + i] = i < text.size() ? static_cast<uint8_t>(text[i]) : (i == text.size() ? 0x0A : 0x20);
+    for (size_t i = 0; i < 13; ++i)
+        d[5 + i] = i < text.size() ? static_cast<uint8_t>(text[i]) : (i == text.size() ? 0x0A : 0x20);
     return edid;
 }
 
@@ -129,9 +124,15 @@ TEST(EdidName, ReadsTheMonitorNameDescriptorWhereverItStands) {
 
 TEST(BackingScale, WholeMultiplesOf96DpiScaleAndOtherDpiOnlySizeFonts) {
     const std::pair<const char*, double> cases[] = {
-        {"Xft.antialias:\t1\nXft.dpi:\t192\n", 2.0}, {"Xft.dpi:\t288\n", 3.0}, {"Xft.dpi: 96\n", 1.0},
-        {"Xft.dpi:\t120\n", 1.0}, {"Xft.dpi: 144\n", 1.0}, {"Xft.dpi:\t191.5\n", 1.0},
-        {"Xft.dpi:\t48\n", 1.0}, {"Xcursor.size:\t24\n", 1.0}, {"Xft.dpi:\t0\n", 1.0},
+        {"Xft.antialias:\t1\nXft.dpi:\t192\n", 2.0},
+        {"Xft.dpi:\t288\n", 3.0},
+        {"Xft.dpi: 96\n", 1.0},
+        {"Xft.dpi:\t120\n", 1.0},
+        {"Xft.dpi: 144\n", 1.0},
+        {"Xft.dpi:\t191.5\n", 1.0},
+        {"Xft.dpi:\t48\n", 1.0},
+        {"Xcursor.size:\t24\n", 1.0},
+        {"Xft.dpi:\t0\n", 1.0},
     };
     for (const auto& [resources, scale] : cases) EXPECT_EQ(backingScaleFromResources(resources), scale) << resources;
 }
@@ -167,8 +168,6 @@ TEST(WindowRole, TypesAndStatesGiveTheOwnerTitleAndLayer) {
         EXPECT_EQ(role.title, c.title);
         EXPECT_EQ(role.layer, c.layer);
     }
-    EXPECT_EQ(windowManagerBarRole().owner, "Dock");
-    EXPECT_EQ(windowManagerBarRole().layer, kDockLayer);
 }
 
 TEST(StackingLevels, StrictlyDecreaseFrontToBackKeepingEachKindsFrontmostAtItsLayer) {
@@ -177,7 +176,8 @@ TEST(StackingLevels, StrictlyDecreaseFrontToBackKeepingEachKindsFrontmostAtItsLa
         std::vector<int32_t> kinds, expected;
     };
     const Case cases[] = {
-        {"ordinary desktop", {kTooltipLayer, kMenuLayer, kDockLayer, 0, 0, 0, kDesktopLayer},
+        {"ordinary desktop",
+         {kTooltipLayer, kMenuLayer, kDockLayer, 0, 0, 0, kDesktopLayer},
          {kTooltipLayer, kMenuLayer, kDockLayer, 0, -1, -2, kDesktopLayer}},
         {"fullscreen over a panel", {kFullscreenLayer, kDockLayer, 0}, {kFullscreenLayer, kDockLayer, 0}},
         {"panel over an inactive fullscreen window", {kDockLayer, kFullscreenLayer, 0}, {kDockLayer, 19, 0}},
@@ -194,34 +194,17 @@ TEST(StackingLevels, StrictlyDecreaseFrontToBackKeepingEachKindsFrontmostAtItsLa
     EXPECT_EQ(levels.back(), INT32_MIN);  // clamped, not wrapped round
 }
 
-TEST(ZPixmapPixels, CommonLayoutSwapsToRgbaOpaqueBelowDepth32AndKeepsAlphaAtIt) {
-    const uint8_t bgrx[] = {10, 20, 30, 0, 40, 50, 60, 99, /*padding*/ 7, 7, 7, 7};
-    const Image image = imageFromZPixmap(bgrx, 2, 1, 12, ZPixmapFormat{});
-    EXPECT_EQ(image.pixels, (std::vector<uint8_t>{30, 20, 10, 255, 60, 50, 40, 255}));
-
-    // Depth 32 keeps alpha, and colour within it.
-    ZPixmapFormat argb;
-    argb.depth = 32;
-    const uint8_t pixels[] = {0, 0, 128, 128, 200, 200, 200, 100, 0, 0, 0, 0};
-    EXPECT_EQ(imageFromZPixmap(pixels, 3, 1, 12, argb).pixels,
-              (std::vector<uint8_t>{128, 0, 0, 128, 100, 100, 100, 100, 0, 0, 0, 0}));
-}
-
-TEST(ZPixmapPixels, OtherLayoutsAreReadThroughTheVisualMasks) {
-    ZPixmapFormat rgb565;
-    rgb565.depth = 16;
-    rgb565.bitsPerPixel = 16;
-    rgb565.redMask = 0xF800;
-    rgb565.greenMask = 0x07E0;
-    rgb565.blueMask = 0x001F;
+// Depth 24 and 32 in the common layout: the live picture tests.
+TEST(ZPixmapPixels, OtherLayoutsAreReadThroughTheVisualMasksAndColourIsClampedToAlpha) {
+    const ZPixmapFormat rgb565{16, 16, true, 0xF800, 0x07E0, 0x001F};
     const uint8_t rows[] = {0x00, 0xF8, 0xE0, 0x07, /*row 2*/ 0x1F, 0x00, 0xFF, 0xFF};
-    const Image image = imageFromZPixmap(rows, 2, 2, 4, rgb565);
-    EXPECT_EQ(image.pixels, (std::vector<uint8_t>{255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 255, 255, 255, 255, 255}));
-
-    ZPixmapFormat msbRgb = ZPixmapFormat{};
-    msbRgb.lsbFirst = false;
+    EXPECT_EQ(imageFromZPixmap(rows, 2, 2, 4, rgb565).pixels,
+              (std::vector<uint8_t>{255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 255, 255, 255, 255, 255}));
     const uint8_t xrgb[] = {0, 1, 2, 3};
-    EXPECT_EQ(imageFromZPixmap(xrgb, 1, 1, 4, msbRgb).pixels, (std::vector<uint8_t>{1, 2, 3, 255}));
+    EXPECT_EQ(imageFromZPixmap(xrgb, 1, 1, 4, ZPixmapFormat{24, 32, false}).pixels,
+              (std::vector<uint8_t>{1, 2, 3, 255}));
+    const uint8_t argb[] = {200, 200, 200, 100};
+    EXPECT_EQ(imageFromZPixmap(argb, 1, 1, 4, ZPixmapFormat{32}).pixels, (std::vector<uint8_t>{100, 100, 100, 100}));
 }
 
 TEST(ClientIdentity, WindowsOfOneClientShareANumberThatIsNoPid) {

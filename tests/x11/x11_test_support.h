@@ -5,11 +5,9 @@
 
 #include <xcb/xcb.h>
 
-#include <atomic>
 #include <optional>
 #include <ostream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/geometry.h"
@@ -27,8 +25,6 @@ void PrintTo(const BasicRect<Space>& r, std::ostream* os) {
 namespace pv::test {
 
 std::optional<WindowListEntry> entryTitled(const std::vector<WindowListEntry>& list, const std::string& title);
-// Index of the entry in the list, or -1.
-int indexOfTitle(const std::vector<WindowListEntry>& list, const std::string& title);
 
 // Waits until the server lists a window with each of the titles.
 bool waitForTitles(WindowServer& server, const std::vector<std::string>& titles);
@@ -44,38 +40,13 @@ Rect frameByTools(XvfbSession& session, uint32_t client);
 // A window's rectangle, border included, in root pixels as xwininfo reports it.
 Rect outerRectByTools(XvfbSession& session, uint32_t window);
 
-xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name);
-
-// Asks the window manager to activate (and raise) a client window, as a pager would.
-void activateWindow(xcb_connection_t* c, xcb_window_t client);
-
 // The top-level window (child of the root) that holds window.
 xcb_window_t topLevelOf(xcb_connection_t* c, xcb_window_t window);
 
 // A top-level window of the given depth (24 or 32) filled with one pixel
 // value, mapped and drawn; no window manager assumed.
-xcb_window_t makeFilledWindow(xcb_connection_t* c, int depth, int x, int y, int width, int height,
-                              uint32_t pixel, const std::string& title);
-
-// A display of its own that passes one connection on to a session's server
-// and hangs up once the server has sent `budget` bytes after the connection
-// setup: a server that dies while a client connects.
-class DyingDisplay {
-public:
-    DyingDisplay(const std::string& serverDisplay, size_t budget);
-    ~DyingDisplay();
-    DyingDisplay(const DyingDisplay&) = delete;
-    DyingDisplay& operator=(const DyingDisplay&) = delete;
-    const std::string& display() const { return display_; }
-
-private:
-    void serve(std::string serverSocket, size_t budget);
-
-    std::string display_;
-    int listener_ = -1;
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
-};
+xcb_window_t makeFilledWindow(xcb_connection_t* c, int depth, int x, int y, int width, int height, uint32_t pixel,
+                              const std::string& title);
 
 // The window's pixels as xwd dumps them and ImageMagick decodes them, opaque;
 // nullopt when either fails.

@@ -2,26 +2,28 @@
 
 #include <poll.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
 namespace pv::test {
-namespace {
 
-xcb_atom_t atomNamed(xcb_connection_t* c, const char* name) {
-    auto* r = xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, static_cast<uint16_t>(strlen(name)), name), nullptr);
+xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name) {
+    auto* r =
+        xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, static_cast<uint16_t>(name.size()), name.c_str()), nullptr);
     const xcb_atom_t atom = r ? r->atom : xcb_atom_t{XCB_ATOM_NONE};
     free(r);
     return atom;
 }
 
+namespace {
+
 // The manager has named its check window, and that window exists.
 bool windowManagerReady(xcb_connection_t* c, xcb_window_t root) {
     auto* prop = xcb_get_property_reply(
-        c, xcb_get_property(c, 0, root, atomNamed(c, "_NET_SUPPORTING_WM_CHECK"), XCB_ATOM_WINDOW, 0, 1), nullptr);
+        c, xcb_get_property(c, 0, root, internAtom(c, "_NET_SUPPORTING_WM_CHECK"), XCB_ATOM_WINDOW, 0, 1), nullptr);
     xcb_window_t window = XCB_NONE;
-    if (prop && xcb_get_property_value_length(prop) == 4) window = *static_cast<xcb_window_t*>(xcb_get_property_value(prop));
+    if (prop && xcb_get_property_value_length(prop) == 4)
+        window = *static_cast<xcb_window_t*>(xcb_get_property_value(prop));
     free(prop);
     auto* geometry = window == XCB_NONE ? nullptr : xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr);
     free(geometry);
@@ -67,13 +69,16 @@ XvfbSession::XvfbSession(XvfbOptions o) {
         if (xcb_connection_has_error(conn_)) throw std::runtime_error("cannot reach the new Xvfb " + display_);
         if (!o.monitors.empty()) setMonitors(o.monitors);
         if (!o.resources.empty()) {
-            xcb_change_property(conn_, XCB_PROP_MODE_REPLACE, root(), atomNamed(conn_, "RESOURCE_MANAGER"),
+            xcb_change_property(conn_, XCB_PROP_MODE_REPLACE, root(), internAtom(conn_, "RESOURCE_MANAGER"),
                                 XCB_ATOM_STRING, 8, static_cast<uint32_t>(o.resources.size()), o.resources.data());
             free(xcb_get_input_focus_reply(conn_, xcb_get_input_focus(conn_), nullptr));
         }
         startWindowManager(o.manager);
         const std::vector<std::vector<std::string>> compositors{
-            {}, {"picom", "--backend", "xrender"}, {"picom", "--backend", "xrender", "--unredir-if-possible"}, {"xcompmgr"}};
+            {},
+            {"picom", "--backend", "xrender"},
+            {"picom", "--backend", "xrender", "--unredir-if-possible"},
+            {"xcompmgr"}};
         if (o.compositor != Compositor::None) {
             start(compositors[static_cast<size_t>(o.compositor)]);
             waitUntil([&] { return compositing(); }, "the compositor did not start compositing");
@@ -103,11 +108,10 @@ SpawnOptions XvfbSession::options() const {
              "XDG_RUNTIME_DIR=" + home_, "DBUS_SESSION_BUS_ADDRESS", "NO_AT_BRIDGE=1"}};
 }
 
-std::string XvfbSession::writeHomeFile(const std::string& name, const std::string& text) {
+void XvfbSession::writeHomeFile(const std::string& name, const std::string& text) {
     const std::filesystem::path path = std::filesystem::path(home_) / name;
     std::filesystem::create_directories(path.parent_path());
     std::ofstream(path) << text;
-    return path.string();
 }
 
 void XvfbSession::waitUntil(const std::function<bool()>& ready, const std::string& what) {
@@ -115,35 +119,32 @@ void XvfbSession::waitUntil(const std::function<bool()>& ready, const std::strin
 }
 
 void XvfbSession::startWindowManager(WindowManager manager) {
-    // The GNOME-family managers and kwin read their settings over a session bus.
-    const std::vector<std::string> bus{"dbus-run-session", "--"};
-    std::vector<std::string> argv;
-    switch (manager) {
-        case WindowManager::None: return;
-        case WindowManager::Openbox: argv = {"openbox", "--sm-disable"}; break;
-        case WindowManager::Xfwm4: argv = {"xfwm4", "--compositor=on"}; break;
-        case WindowManager::Metacity: argv = {"metacity", "--sm-disable", "--composite"}; break;
-        case WindowManager::Marco: argv = {"marco", "--sm-disable", "--composite"}; break;
-        case WindowManager::KWin: argv = {"kwin_x11"}; break;
-        case WindowManager::I3: argv = {"i3", "-c", writeHomeFile(".config/i3/config", kI3Config)}; break;
-        case WindowManager::Fluxbox:
-            writeHomeFile(".fluxbox/overlay", "background: none\n");
-            argv = {"fluxbox", "-rc", writeHomeFile(".fluxbox/init", kFluxboxInit)};
-            break;
-    }
-    const bool composites = manager == WindowManager::Xfwm4 || manager == WindowManager::Metacity ||
-                            manager == WindowManager::Marco || manager == WindowManager::KWin;
-    if (composites) argv.insert(argv.begin(), bus.begin(), bus.end());
+    if (manager == WindowManager::None) return;
+    writeHomeFile(".config/i3/config", kI3Config);
+    writeHomeFile(".fluxbox/overlay", "background: none\n");
+    writeHomeFile(".fluxbox/init", kFluxboxInit);
+    // The managers that composite read their settings over a session bus.
+    const std::vector<std::vector<std::string>> managers{
+        {},
+        {"openbox", "--sm-disable"},
+        {"dbus-run-session", "--", "xfwm4", "--compositor=on"},
+        {"dbus-run-session", "--", "metacity", "--sm-disable", "--composite"},
+        {"dbus-run-session", "--", "marco", "--sm-disable", "--composite"},
+        {"dbus-run-session", "--", "kwin_x11"},
+        {"i3", "-c", home_ + "/.config/i3/config"},
+        {"fluxbox", "-rc", home_ + "/.fluxbox/init"}};
+    const std::vector<std::string>& argv = managers[static_cast<size_t>(manager)];
     start(argv);
-    waitUntil([&] { return windowManagerReady(conn_, root()); }, argv.back() + " did not come up");
+    waitUntil([&] { return windowManagerReady(conn_, root()); }, argv[0] + " did not come up");
     // Clients decide at start whether the screen is composited (GTK draws its
     // shadow margins only then), so the compositor must be up first.
-    if (composites) waitUntil([&] { return compositing(); }, "the window manager did not start compositing");
+    if (argv[0] == "dbus-run-session")
+        waitUntil([&] { return compositing(); }, "the window manager did not start compositing");
 }
 
 bool XvfbSession::compositing() const {
-    auto* owner = xcb_get_selection_owner_reply(conn_, xcb_get_selection_owner(conn_, atomNamed(conn_, "_NET_WM_CM_S0")),
-                                                nullptr);
+    auto* owner = xcb_get_selection_owner_reply(
+        conn_, xcb_get_selection_owner(conn_, internAtom(conn_, "_NET_WM_CM_S0")), nullptr);
     const bool owned = owner && owner->owner != XCB_NONE;
     free(owner);
     return owned;
@@ -163,11 +164,6 @@ pid_t XvfbSession::start(const std::vector<std::string>& argv) {
     const pid_t pid = spawn(argv, options());
     children_.push_back(pid);
     return pid;
-}
-
-void XvfbSession::stop(pid_t pid) {
-    std::erase(children_, pid);
-    terminate(pid);
 }
 
 std::string XvfbSession::run(const std::vector<std::string>& argv) {

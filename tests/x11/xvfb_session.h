@@ -29,7 +29,10 @@ enum class Compositor { None, Picom, PicomUnredirect, Xcompmgr };
 
 struct XvfbOptions {
     XvfbOptions(int w = 1600, int h = 1000, bool openbox = false, std::vector<MonitorSpec> m = {})
-        : width(w), height(h), monitors(std::move(m)), manager(openbox ? WindowManager::Openbox : WindowManager::None) {}
+        : width(w),
+          height(h),
+          monitors(std::move(m)),
+          manager(openbox ? WindowManager::Openbox : WindowManager::None) {}
 
     int width;
     int height;
@@ -53,24 +56,23 @@ public:
 
     // Starts a program with DISPLAY pointing here; stopped with the session.
     pid_t start(const std::vector<std::string>& argv);
-    void stop(pid_t pid);
     // Runs a program to its end; its standard output, or throws when it fails.
     std::string run(const std::vector<std::string>& argv);
 
     // Ends the X server abruptly, as a crash or a logout would.
     void killServer();
 
-    static bool waitFor(const std::function<bool()>& check, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    static bool waitFor(const std::function<bool()>& check,
+                        std::chrono::milliseconds limit = std::chrono::seconds(10)) {
         return test::waitFor(check, limit);
     }
 
+private:
     // True while some client owns the compositing-manager selection.
     bool compositing() const;
-
-private:
     void startWindowManager(WindowManager manager);
     void setMonitors(const std::vector<MonitorSpec>& monitors);
-    std::string writeHomeFile(const std::string& name, const std::string& text);
+    void writeHomeFile(const std::string& name, const std::string& text);
     void waitUntil(const std::function<bool()>& ready, const std::string& what);
     void end();
     SpawnOptions options() const;
@@ -81,5 +83,7 @@ private:
     std::vector<pid_t> children_;
     xcb_connection_t* conn_ = nullptr;
 };
+
+xcb_atom_t internAtom(xcb_connection_t* c, const std::string& name);
 
 }  // namespace pv::test
