@@ -8,11 +8,13 @@ alpha as stored), never a composite matted over a background. "name" is the
 name psd-tools reads (the Unicode name block where there is one),
 "pascal_name" the record's own one-byte-per-character name.
 
-usage: psd_dump.py FILE [--pixels | --summary]
+usage: psd_dump.py FILE [--pixels]
+       psd_dump.py --summary FILE...
   --pixels   add each layer's and the merged image's RGBA bytes as base64
-  --summary  print a text outline instead, front of the stack first: every
-             layer's kind, names, box and pixels' digest, for comparison
-             with an expected outline
+  --summary  write a text outline of each FILE.psd to FILE.txt, front of the
+             stack first: every layer's kind, names, box and pixels' digest,
+             for comparison with an expected outline (one run for many
+             files, as psd-tools is slow to start)
 """
 import base64
 import hashlib
@@ -92,18 +94,24 @@ def outline(nodes, indent=""):
         yield from outline(n.get("children", []), indent + "  ")
 
 
+def summary(psd):
+    head = "%dx%d, %d channels, merged %s" % (psd.width, psd.height, psd.channels,
+                                              pixel_summary(merged_rgba(psd), False)["sha256"][:16])
+    return "\n".join([head] + list(outline([describe(layer, False) for layer in psd]))) + "\n"
+
+
 def main(argv):
     args = [a for a in argv[1:] if not a.startswith("--")]
     with_pixels = "--pixels" in argv
+    if "--summary" in argv and args:
+        for path in args:
+            with open(path[: -len(".psd")] + ".txt", "w") as out:
+                out.write(summary(PSDImage.open(path)))
+        return 0
     if len(args) != 1:
         sys.stderr.write(__doc__)
         return 2
     psd = PSDImage.open(args[0])
-    if "--summary" in argv:
-        print("%dx%d, %d channels, merged %s" % (psd.width, psd.height, psd.channels,
-                                                 pixel_summary(merged_rgba(psd), False)["sha256"][:16]))
-        print("\n".join(outline([describe(layer, False) for layer in psd])))
-        return 0
     layer_info = psd._record.layer_and_mask_information.layer_info
     xmp = psd.image_resources.get_data(1060)
     if isinstance(xmp, bytes):
