@@ -61,13 +61,16 @@ private:
                 task = std::move(tasks_.front());
                 tasks_.pop_front();
             }
+            std::exception_ptr error;
             try {
                 task();
             } catch (...) {
-                // Raised again on the main thread, whose event loop reports it
-                // and ends; a worker thread has no one to tell.
-                rethrowOnMainThread(std::current_exception());
+                error = std::current_exception();
             }
+            // Raised again on the main thread, whose event loop reports it and
+            // ends; a worker thread has no one to tell. Handed over whole, so
+            // that this thread holds no reference to it once posted.
+            if (error) rethrowOnMainThread(std::move(error));
             task = nullptr;  // what it holds goes before it counts as finished
             std::lock_guard lock(mutex_);
             if (--unfinished_ == 0) idle_.notify_all();
@@ -138,7 +141,7 @@ MainThreadQueue* mainQueue = nullptr;
 
 void rethrowOnMainThread(std::exception_ptr error) {
     if (!mainQueue) std::rethrow_exception(error);  // ends the program, as before
-    mainQueue->post(nullptr, [error] { std::rethrow_exception(error); });
+    mainQueue->post(nullptr, [error = std::move(error)] { std::rethrow_exception(error); });
 }
 
 }  // namespace
