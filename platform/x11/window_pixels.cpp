@@ -59,7 +59,13 @@ void WindowPixels::prepare() {
     if (damageEventBase_ != 0) {
         auto tree = conn_.get(xcb_query_tree_reply, xcb_query_tree(conn_.raw(), conn_.root()));
         const xcb_window_t* children = tree ? xcb_query_tree_children(tree.get()) : nullptr;
-        for (int i = 0; tree && i < xcb_query_tree_children_length(tree.get()); ++i) {
+        const int count = tree ? xcb_query_tree_children_length(tree.get()) : 0;
+        std::vector<xcb_get_window_attributes_cookie_t> cookies;
+        for (int i = 0; i < count; ++i) cookies.push_back(xcb_get_window_attributes(conn_.raw(), children[i]));
+        for (int i = 0; i < count; ++i) {
+            // Only shown windows with pixels can be drawn into.
+            auto a = conn_.get(xcb_get_window_attributes_reply, cookies[static_cast<size_t>(i)]);
+            if (!a || a->map_state != XCB_MAP_STATE_VIEWABLE || a->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT) continue;
             damages.push_back(xcb_generate_id(conn_.raw()));
             xcb_damage_create(conn_.raw(), damages.back(), children[i], XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
         }
